@@ -1,0 +1,19 @@
+// zeftlayer: the command-line front end of the layer manager.
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "apps/zeftlayer/commands.h"
+
+int main(int argc, char** argv)
+{
+    std::vector<std::string> args(argv + 1, argv + argc);
+    try {
+        return zeftlayer::run(args);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "zeftlayer: %s\n", e.what());
+        return zeftlayer::kFailure;
+    }
+}

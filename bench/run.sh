@@ -1,0 +1,167 @@
+#!/usr/bin/env bash
+# Load+save benchmark: for each drawing size, time three programs side by side
+# on the same generated drawing and compare them.
+#
+#   bench/run.sh [SIZES...]        (default: 10000 100000 1000000 entities)
+#
+#   cp     copies the same bytes: the floor for reading and writing the file
+#   ours   build/release/bin/zeftlayer convert IN OUT
+#   peer   the ezdxf peer: ../shared/bench/peer_ezdxf.py load-save IN OUT
+#
+# Drawings come from ../shared/bench/gen_drawing.py and are cached in
+# build/bench/ (delete them to regenerate). Each program runs 3 times and the
+# best wall time is kept; the peer runs only once when its first run takes
+# more than 60 s. Peak RSS is the largest seen over the runs (/usr/bin/time).
+# The table is printed and written to build/bench/results.md.
+set -uo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+
+sizes=("$@")
+[[ ${#sizes[@]} -gt 0 ]] || sizes=(10000 100000 1000000)
+for n in "${sizes[@]}"; do
+  if ! [[ $n =~ ^[1-9][0-9]*$ ]]; then
+    echo "usage: bench/run.sh [SIZES...]   (entity counts, default 10000 100000 1000000)" >&2
+    exit 2
+  fi
+done
+
+REPEATS=3
+PEER_SLOW=60          # seconds: a slower first peer run is not repeated
+python=/usr/bin/python3
+shared=$root/../shared/bench
+gen=$shared/gen_drawing.py
+peer=$shared/peer_ezdxf.py
+work=build/bench
+zeftlayer=build/release/bin/zeftlayer
+
+for f in "$gen" "$peer"; do
+  if [[ ! -f $f ]]; then
+    echo "bench: $f not found (the shared folder must sit beside the repository)" >&2
+    exit 1
+  fi
+done
+
+scripts/install-deps.sh || exit 1
+
+echo "bench: building the release build" >&2
+mkdir -p "$work"
+build_log=$work/release-build.log
+if ! { cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DZEFT_TESTS=OFF &&
+       cmake --build build/release -j 2; } >"$build_log" 2>&1; then
+  tail -n 40 "$build_log" >&2
+  echo "bench: the release build failed (log: $build_log); 'ours' will be reported as missing" >&2
+fi
+
+ours_ok=1
+ours_note=""
+if [[ ! -x $zeftlayer ]]; then
+  ours_ok=0
+  ours_note="$zeftlayer was not built"
+else
+  probe=$(mktemp -d)
+  if ! "$zeftlayer" convert examples/sample.dxf "$probe/sample.dxf" >"$probe/log" 2>&1; then
+    ours_ok=0
+    ours_note="'$zeftlayer convert' failed on examples/sample.dxf: $(head -c 300 "$probe/log")"
+  fi
+  rm -rf "$probe"
+fi
+[[ $ours_ok -eq 1 ]] || echo "bench: ours is missing: $ours_note" >&2
+
+mkdir -p "$work/out"
+
+# run_timed LABEL REPEATS SLOW CMD... : prints "BEST_SECONDS PEAK_KB", or
+# "fail fail" if any run fails. SLOW > 0 stops repeating after a run slower
+# than SLOW seconds.
+run_timed() {
+  local label=$1 reps=$2 slow=$3
+  shift 3
+  local best="" peak=0 i start end secs kb tfile
+  tfile=$(mktemp)
+  for ((i = 1; i <= reps; i++)); do
+    start=$(date +%s%N)
+    if ! /usr/bin/time -f '%e %M' -o "$tfile" "$@" >"$work/out/$label.log" 2>&1; then
+      echo "bench: $label failed (run $i): $*" >&2
+      tail -n 20 "$work/out/$label.log" >&2
+      rm -f "$tfile"
+      echo "fail fail"
+      return
+    fi
+    end=$(date +%s%N)
+    secs=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.3f", (b - a) / 1e9 }')
+    kb=$(awk 'END { print $2 }' "$tfile")
+    if [[ -z $best ]] || awk -v s="$secs" -v b="$best" 'BEGIN { exit !(s < b) }'; then
+      best=$secs
+    fi
+    ((kb > peak)) && peak=$kb
+    echo "bench:   $label run $i: ${secs} s, peak RSS $((kb / 1024)) MB" >&2
+    if ((slow > 0)) && awk -v s="$secs" -v l="$slow" 'BEGIN { exit !(s > l) }'; then
+      break
+    fi
+  done
+  rm -f "$tfile"
+  echo "$best $peak"
+}
+
+ratio() {  # ratio A B -> A/B with two decimals, or n/a
+  awk -v a="$1" -v b="$2" 'BEGIN {
+    if (a !~ /^[0-9.]+$/ || b !~ /^[0-9.]+$/ || b + 0 == 0) print "n/a";
+    else printf "%.2f", a / b }'
+}
+
+rows=()
+for n in "${sizes[@]}"; do
+  in=$work/drawing-$n.dxf
+  if [[ ! -s $in ]]; then
+    echo "bench: generating $in ($n entities)" >&2
+    if ! "$python" "$gen" "$n" "$in.tmp" --seed 1; then
+      echo "bench: generating $in failed" >&2
+      rm -f "$in.tmp"
+      exit 1
+    fi
+    mv "$in.tmp" "$in"
+  fi
+  bytes=$(stat -c %s "$in")
+  file_mb=$(awk -v b="$bytes" 'BEGIN { printf "%.1f", b / 1048576 }')
+  cat "$in" >/dev/null        # warm the page cache so every program starts equal
+  echo "bench: $n entities, $in ($file_mb MB)" >&2
+  out=$work/out/out.dxf
+
+  read -r cp_s _ < <(run_timed cp "$REPEATS" 0 cp "$in" "$out")
+  rm -f "$out"
+  if [[ $ours_ok -eq 1 ]]; then
+    read -r ours_s ours_kb < <(run_timed ours "$REPEATS" 0 "$zeftlayer" convert "$in" "$out")
+  else
+    ours_s=missing ours_kb=missing
+  fi
+  rm -f "$out"
+  read -r peer_s _ < <(run_timed peer "$REPEATS" "$PEER_SLOW" "$python" "$peer" load-save "$in" "$out")
+  rm -f "$out"
+
+  if [[ $ours_kb =~ ^[0-9]+$ ]]; then
+    rss_mb=$(awk -v k="$ours_kb" 'BEGIN { printf "%.1f", k / 1024 }')
+    rss_ratio=$(awk -v k="$ours_kb" -v b="$bytes" 'BEGIN { printf "%.2f", k * 1024 / b }')
+  else
+    rss_mb=$ours_kb rss_ratio=n/a
+  fi
+  rows+=("| $n | $file_mb | $cp_s | $ours_s | $peer_s | $(ratio "$ours_s" "$cp_s") | $(ratio "$peer_s" "$ours_s") | $rss_mb | $rss_ratio |")
+done
+
+{
+  echo "# Load+save benchmark"
+  echo
+  echo "$(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, commit $(git rev-parse --short HEAD 2>/dev/null || echo none)."
+  echo "Best of $REPEATS wall times in seconds (peer: one run when slower than ${PEER_SLOW} s);"
+  echo "ours = \`zeftlayer convert\`, peer = ezdxf load-save, cp = plain copy. MB = 2^20 bytes."
+  echo
+  echo "| entities | file MB | cp s | ours s | peer s | ours/cp | peer/ours (speed-up) | ours peak RSS MB | RSS / file size |"
+  echo "|---:|---:|---:|---:|---:|---:|---:|---:|---:|"
+  printf '%s\n' "${rows[@]}"
+  [[ $ours_ok -eq 1 ]] || { echo; echo "ours is missing: $ours_note"; }
+} >"$work/results.md"
+
+echo
+cat "$work/results.md"
+echo
+echo "bench: results written to $work/results.md"
+[[ $ours_ok -eq 1 ]]

@@ -1,0 +1,62 @@
+#include "host/acad.h"
+
+#include <charconv>
+
+#include "host/dxf/dxftext.h"
+
+namespace Acad {
+const char* errorName(ErrorStatus es)
+{
+    switch (es) {
+    case eOk: return "eOk";
+    case eNotImplementedYet: return "eNotImplementedYet";
+    case eNotApplicable: return "eNotApplicable";
+    case eInvalidInput: return "eInvalidInput";
+    case eInvalidOpenState: return "eInvalidOpenState";
+    case eNullObjectId: return "eNullObjectId";
+    case eWrongDatabase: return "eWrongDatabase";
+    case eDuplicateKey: return "eDuplicateKey";
+    case eKeyNotFound: return "eKeyNotFound";
+    case eWasErased: return "eWasErased";
+    case eInvalidDxfCode: return "eInvalidDxfCode";
+    case eWasOpenForRead: return "eWasOpenForRead";
+    case eWasOpenForWrite: return "eWasOpenForWrite";
+    case eNotOpenForRead: return "eNotOpenForRead";
+    case eNotOpenForWrite: return "eNotOpenForWrite";
+    case eNotThatKindOfClass: return "eNotThatKindOfClass";
+    case eInvalidKey: return "eInvalidKey";
+    case eDuplicateRecordName: return "eDuplicateRecordName";
+    case eAlreadyInDb: return "eAlreadyInDb";
+    case eNotInDatabase: return "eNotInDatabase";
+    case eFilerError: return "eFilerError";
+    case eEndOfObject: return "eEndOfObject";
+    case eEndOfFile: return "eEndOfFile";
+    case eInvalidSymbolTableName: return "eInvalidSymbolTableName";
+    case eNoDatabase: return "eNoDatabase";
+    case eMakeMeProxy: return "eMakeMeProxy";
+    case eNotFound: return "eNotFound";
+    default: return "error";
+    }
+}
+}  // namespace Acad
+
+std::string AcDbHandle::str() const
+{
+    char buf[20];
+    auto r = std::to_chars(buf, buf + sizeof buf, v_, 16);
+    std::string s(buf, r.ptr);
+    for (auto& c : s)
+        if (c >= 'a' && c <= 'f') c = char(c - 'a' + 'A');
+    return s;
+}
+
+bool AcDbHandle::parse(std::string_view s, AcDbHandle& out)
+{
+    s = dxf::trim(s);
+    if (s.empty() || s.size() > 16) return false;
+    std::uint64_t v = 0;
+    auto r = std::from_chars(s.data(), s.data() + s.size(), v, 16);
+    if (r.ec != std::errc() || r.ptr != s.data() + s.size()) return false;
+    out = AcDbHandle(v);
+    return true;
+}

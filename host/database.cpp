@@ -1,0 +1,1156 @@
+#include "host/database.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <cwctype>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <unordered_map>
+
+#include "host/dbclasses.h"
+#include "host/filer.h"
+
+namespace {
+std::vector<AcDbDatabase*>& allDatabases()
+{
+    static std::vector<AcDbDatabase*> v;
+    return v;
+}
+
+std::wstring upper(std::wstring s)
+{
+    for (auto& c : s) c = wchar_t(std::towupper(c));
+    return s;
+}
+}  // namespace
+
+struct AcDbDatabase::Impl {
+    std::unique_ptr<dxf::DrawingText> text;
+    std::deque<AcDbStub> stubs;
+    std::vector<std::pair<std::uint64_t, AcDbStub*>> byHandle;
+    bool sorted = true;
+    std::uint64_t nextHandle = 1;
+    std::uint64_t seedInFile = 0;
+
+    enum Kind { Header, Classes, Tables, Blocks, Entities, Objects, Raw };
+    struct Section {
+        std::string name;
+        Kind kind;
+        std::string_view raw;  // Raw sections: their tags
+    };
+    std::string prefix;  // comments before the first section
+    std::vector<Section> sections;
+    TagRecord header;
+    struct ClassEntry {
+        TagRecord rec;
+        std::wstring dxfName, cppName, appName;
+    };
+    std::vector<ClassEntry> classes;
+    std::vector<AcDbObjectId> tables;
+    std::vector<AcDbObjectId> blocks;
+    std::vector<AcDbObjectId> entities;
+    std::vector<AcDbObjectId> objects;
+    std::vector<AcDbBlockTableRecord*> virtualBlocks;  // owned by their stubs
+    bool adoptedSinceLoad = false;
+    int classListener = 0;
+
+    AcDbStub* find(std::uint64_t h)
+    {
+        if (!sorted) {
+            std::sort(byHandle.begin(), byHandle.end(), [](auto& a, auto& b) { return a.first < b.first; });
+            sorted = true;
+        }
+        auto it = std::lower_bound(byHandle.begin(), byHandle.end(), h, [](auto& a, std::uint64_t v) { return a.first < v; });
+        return it != byHandle.end() && it->first == h ? it->second : nullptr;
+    }
+    void index(AcDbStub* s)
+    {
+        if (!byHandle.empty() && byHandle.back().first >= s->handle.value()) sorted = false;
+        byHandle.emplace_back(s->handle.value(), s);
+    }
+};
+
+const std::vector<AcDbDatabase*>& AcDbDatabase::hostAllDatabases() { return allDatabases(); }
+
+bool AcDbIdMapping::compute(Pair& p) const
+{
+    for (const Pair& q : pairs_)
+        if (q.key == p.key) {
+            p.value = q.value;
+            return true;
+        }
+    return false;
+}
+
+// Objects of a class that goes away become proxies that keep their tags.
+static void demoteClass(AcDbDatabase* db, AcRxClass* cls)
+{
+    auto& impl = db->impl();
+    for (AcDbStub& s : impl.stubs) {
+        AcDbObject* o = s.object;
+        if (!o || o->isA() != cls || !o->filesItself()) continue;
+        AcDbDxfFiler out(db);
+        o->hostForceOpen(AcDb::kForRead);
+        o->dxfOutFields(&out);
+        o->hostForceClosed();
+        DxfTags tags = out.takeTags();
+        DxfTags all = o->record().tags();
+        RecordLayout l = layoutOf(all);
+        tags.insert(tags.begin(), {0, dxf::toUtf8(o->dxfRecordName())});
+        tags.insert(tags.end(), all.begin() + long(l.xdataBegin), all.end());
+        AcDbObject* proxy = AcDbEntity::cast(o) ? new AcDbEntity : new AcDbObject;
+        proxy->record().assign(std::move(tags));
+        proxy->hostSetClass(acrxProxyClass(cls->name(), cls->myParent(), cls->dxfName(), cls->appName()));
+        proxy->hostSetProxy(true);
+        proxy->hostSetOwnerHandle(o->hostOwnerHandle());
+        proxy->hostSetErased(o->isErased());
+        proxy->hostAttach(&s);
+        delete o;
+        s.object = proxy;
+    }
+}
+
+AcDbDatabase::AcDbDatabase(bool buildDefaultDrawing, bool noDocument) : impl_(std::make_unique<Impl>())
+{
+    acdbRegisterHostClasses();
+    allDatabases().push_back(this);
+    impl_->classListener = acrxAddClassDeletionListener([this](AcRxClass* cls) { demoteClass(this, cls); });
+    if (buildDefaultDrawing) {
+        extern const char* const kNewDrawingTemplate;
+        auto loaded = readDxfBytes(kNewDrawingTemplate, "new drawing");
+        std::swap(impl_, loaded->impl_);
+        std::swap(impl_->classListener, loaded->impl_->classListener);
+        version_ = loaded->version_;
+        codec_ = loaded->codec_;
+        nod_ = loaded->nod_;
+        modelSpace_ = loaded->modelSpace_;
+        paperSpace_ = loaded->paperSpace_;
+        writesHandles_ = loaded->writesHandles_;
+        for (AcDbStub& s : impl_->stubs) s.database = this;
+    }
+}
+
+AcDbDatabase::~AcDbDatabase()
+{
+    for (auto* r : std::vector<AcDbDatabaseReactor*>(reactors_)) r->goodbye(this);
+    acrxRemoveClassDeletionListener(impl_->classListener);
+    for (AcDbStub& s : impl_->stubs) {
+        delete s.object;
+        s.object = nullptr;
+    }
+    auto& all = allDatabases();
+    all.erase(std::remove(all.begin(), all.end(), this), all.end());
+}
+
+AcDbStub* AcDbDatabase::hostNewStub(AcDbHandle h)
+{
+    impl_->stubs.push_back(AcDbStub{nullptr, this, h});
+    AcDbStub* s = &impl_->stubs.back();
+    if (!h.isNull()) impl_->index(s);
+    return s;
+}
+
+AcDbObjectId AcDbDatabase::hostAdopt(AcDbObject* obj, AcDbHandle h)
+{
+    if (h.isNull()) h = AcDbHandle(impl_->nextHandle++);
+    else impl_->nextHandle = std::max(impl_->nextHandle, h.value() + 1);
+    AcDbStub* s = hostNewStub(h);
+    s->object = obj;
+    obj->hostAttach(s);
+    obj->hostSyncHead();
+    ++dbmod_;
+    impl_->adoptedSinceLoad = true;
+    return AcDbObjectId(s);
+}
+
+AcDbObjectId AcDbDatabase::idOf(const AcDbHandle& h) const
+{
+    if (h.isNull()) return {};
+    return AcDbObjectId(impl_->find(h.value()));
+}
+
+Acad::ErrorStatus AcDbDatabase::getAcDbObjectId(AcDbObjectId& id, bool createIfNotFound, const AcDbHandle& h)
+{
+    id = idOf(h);
+    if (!id.isNull()) return Acad::eOk;
+    if (!createIfNotFound || h.isNull()) return Acad::eKeyNotFound;
+    id = AcDbObjectId(hostNewStub(h));
+    impl_->nextHandle = std::max(impl_->nextHandle, h.value() + 1);
+    return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbDatabase::addAcDbObject(AcDbObjectId& id, AcDbObject* obj)
+{
+    if (!obj) return Acad::eNullObjectId;
+    if (obj->isDatabaseResident()) return Acad::eAlreadyInDb;
+    if (isR12OrOlder()) return Acad::eNotApplicable;  // no OBJECTS section before R13
+    id = hostAdopt(obj);
+    obj->hostForceOpen(AcDb::kForWrite);
+    impl_->objects.push_back(id);
+    if (std::none_of(impl_->sections.begin(), impl_->sections.end(), [](auto& s) { return s.kind == Impl::Objects; }))
+        impl_->sections.push_back({"OBJECTS", Impl::Objects, {}});
+    hostObjectAppended(obj);
+    return Acad::eOk;
+}
+
+void AcDbDatabase::hostAppendToBlock(AcDbBlockTableRecord* btr, AcDbEntity* ent)
+{
+    AcDbObjectId id = hostAdopt(ent);
+    ent->hostForceOpen(AcDb::kForWrite);
+    ent->setOwnerId(btr->objectId());
+    DxfTags& tags = ent->record().mutableTags();
+    std::string_view layer;
+    if (!acdbHostBodyValue(ent->record(), 8, layer)) acdbHostSetBodyValue(tags, 8, "0", "AcDbEntity");
+    if (isR12OrOlder()) std::erase_if(tags, [](const DxfTag& t) { return t.code == 100 || t.code == 330; });
+    bool paper = btr->objectId() == paperSpace_;
+    if (paper) acdbHostSetBodyValue(tags, 67, "1", "AcDbEntity");
+    btr->hostEntities().push_back(id);
+    if (paper || btr->objectId() == modelSpace_) impl_->entities.push_back(id);
+    hostObjectAppended(ent);
+}
+
+void AcDbDatabase::hostObjectAppended(AcDbObject* obj)
+{
+    ++dbmod_;
+    for (auto* r : std::vector<AcDbDatabaseReactor*>(reactors_)) r->objectAppended(this, obj);
+}
+
+void AcDbDatabase::hostObjectModified(AcDbObject* obj)
+{
+    ++dbmod_;
+    for (auto* r : std::vector<AcDbDatabaseReactor*>(reactors_)) r->objectModified(this, obj);
+}
+
+void AcDbDatabase::hostObjectErased(AcDbObject* obj)
+{
+    ++dbmod_;
+    if (auto* dict = AcDbDictionary::cast(obj->ownerId().object())) dict->hostRemoveEntryFor(obj->objectId());
+    for (auto* r : std::vector<AcDbDatabaseReactor*>(reactors_)) r->objectErased(this, obj, obj->isErased());
+}
+
+void AcDbDatabase::addReactor(AcDbDatabaseReactor* r)
+{
+    if (std::find(reactors_.begin(), reactors_.end(), r) == reactors_.end()) reactors_.push_back(r);
+}
+void AcDbDatabase::removeReactor(AcDbDatabaseReactor* r)
+{
+    reactors_.erase(std::remove(reactors_.begin(), reactors_.end(), r), reactors_.end());
+}
+
+AcDbObjectId AcDbDatabase::tableId(const std::wstring& name) const
+{
+    for (AcDbObjectId id : impl_->tables)
+        if (auto* t = AcDbSymbolTable::cast(id.object()); t && upper(t->tableName()) == name) return id;
+    return {};
+}
+
+std::vector<AcDbObjectId> AcDbDatabase::blockRecordIds() const
+{
+    if (auto* bt = AcDbSymbolTable::cast(blockTableId().object())) return bt->recordIds();
+    std::vector<AcDbObjectId> out;
+    for (auto& v : impl_->virtualBlocks) out.push_back(v->objectId());
+    return out;
+}
+
+AcDbObjectId AcDbDatabase::layerZero() const
+{
+    AcDbObjectId id;
+    if (auto* t = AcDbSymbolTable::cast(layerTableId().object())) {
+        t->hostForceOpen(AcDb::kForNotify);
+        t->getAt(L"0", id);
+        t->close();
+    }
+    return id;
+}
+
+AcDbLayerTableRecord* AcDbDatabase::newLayerRecord() const
+{
+    auto* rec = new AcDbLayerTableRecord;
+    AcDbObject* zero = layerZero().object();
+    if (!zero) return rec;
+    // Layer "0" carries what this version of the drawing expects of a layer.
+    DxfTags tags = zero->record().tags();
+    RecordLayout l = layoutOf(tags);
+    DxfTags out{{0, "LAYER"}};
+    for (std::size_t i = l.bodyBegin; i < l.xdataBegin; ++i) out.push_back(tags[i]);
+    if (l.bodyBegin == l.xdataBegin)  // no subclass markers: an old drawing
+        for (std::size_t i = 1; i < l.xdataBegin; ++i)
+            if (tags[i].code != 5 && tags[i].code != 330) out.push_back(tags[i]);
+    for (auto& t : out)
+        if (t.code == 70) t.value = "0";
+    rec->record().assign(std::move(out));
+    rec->setName(L"0");
+    return rec;
+}
+
+AcDbObjectId AcDbDatabase::continuousLinetype()
+{
+    AcDbObjectPointer<AcDbSymbolTable> table(linetypeTableId(), AcDb::kForRead);
+    if (table.openStatus() != Acad::eOk) return {};
+    AcDbObjectId id;
+    if (table->getAt(L"Continuous", id) == Acad::eOk) return id;
+    if (table->upgradeOpen() != Acad::eOk) return {};
+    auto* rec = new AcDbLinetypeTableRecord;
+    rec->record().assign({{0, "LTYPE"}, {100, "AcDbSymbolTableRecord"}, {100, "AcDbLinetypeTableRecord"},
+                          {2, "Continuous"}, {70, "0"}, {3, "Solid line"}, {72, "65"}, {73, "0"}, {40, "0"}});
+    if (table->add(id, rec) != Acad::eOk) {
+        delete rec;
+        return {};
+    }
+    rec->close();
+    return id;
+}
+
+bool AcDbDatabase::regApp(const std::wstring& name)
+{
+    AcDbObject* t = regAppTableId().object();
+    auto* table = AcDbSymbolTable::cast(t);
+    if (!table) return false;
+    bool wasOpen = table->isReadEnabled();
+    if (!wasOpen) table->hostForceOpen(AcDb::kForRead);
+    bool have = table->has(name.c_str());
+    if (!wasOpen) table->hostForceClosed();
+    if (have) return true;
+    if (!acdbIsValidSymbolName(name)) return false;
+    auto* rec = new AcDbRegAppTableRecord;
+    rec->record().assign({{0, "APPID"}, {100, "AcDbSymbolTableRecord"}, {100, "AcDbRegAppTableRecord"}, {2, ""}, {70, "0"}});
+    rec->setName(name.c_str());
+    bool wasWrite = table->isWriteEnabled();
+    if (!wasWrite) table->hostForceOpen(AcDb::kForWrite);
+    AcDbObjectId id;
+    Acad::ErrorStatus es = table->add(id, rec);
+    if (!wasWrite) table->hostForceClosed();
+    if (es != Acad::eOk) {
+        delete rec;
+        return false;
+    }
+    rec->hostForceClosed();
+    return true;
+}
+
+// --- header ---
+
+bool AcDbDatabase::getHeaderVar(const std::string& name, std::string& value) const
+{
+    bool found = false, next = false;
+    impl_->header.scan([&](int code, std::string_view v) {
+        if (code == 9) {
+            next = v == name;
+            return true;
+        }
+        if (next) {
+            value.assign(v);
+            found = true;
+            return false;
+        }
+        return true;
+    });
+    return found;
+}
+
+void AcDbDatabase::setHeaderVar(const std::string& name, int code, const std::string& value)
+{
+    DxfTags& tags = impl_->header.mutableTags();
+    for (std::size_t i = 0; i + 1 < tags.size(); ++i)
+        if (tags[i].code == 9 && tags[i].value == name) {
+            tags[i + 1] = {code, value};
+            return;
+        }
+    tags.push_back({9, name});
+    tags.push_back({code, value});
+    if (std::none_of(impl_->sections.begin(), impl_->sections.end(), [](auto& s) { return s.kind == Impl::Header; }))
+        impl_->sections.insert(impl_->sections.begin(), {"HEADER", Impl::Header, {}});
+}
+
+int AcDbDatabase::tilemode() const
+{
+    std::string v;
+    long long n = 1;
+    if (getHeaderVar("$TILEMODE", v)) dxf::parseInt(v, n);
+    return int(n);
+}
+
+void AcDbDatabase::setTilemode(int v) { setHeaderVar("$TILEMODE", 70, std::to_string(v)); }
+
+// --- deep clone ---
+
+Acad::ErrorStatus AcDbDatabase::deepCloneObjects(const AcDbObjectIdArray& ids, AcDbObjectId owner, AcDbIdMapping& idMap)
+{
+    auto* btr = AcDbBlockTableRecord::cast(owner.object());
+    if (!btr || owner.database() != this) return Acad::eInvalidOwnerObject;
+    idMap.destDb = this;
+    for (AcDbObjectId src : ids) {
+        AcDbObject* o = src.object();
+        auto* ent = AcDbEntity::cast(o);
+        if (!ent || src.database() != this) continue;
+        ent->hostForceOpen(AcDb::kForRead);
+        auto* copy = AcDbEntity::cast(static_cast<AcDbObject*>(ent->clone()));
+        ent->hostForceClosed();
+        if (!copy) continue;
+        // The copy gets its own handle and no reactors of the source.
+        DxfTags& tags = copy->record().mutableTags();
+        RecordLayout l = layoutOf(tags);
+        DxfTags kept;
+        bool inGroup = false;
+        for (std::size_t i = 0; i < tags.size(); ++i) {
+            if (i < l.bodyBegin && tags[i].code == 102) {
+                inGroup = !inGroup;
+                continue;
+            }
+            if (inGroup) continue;
+            kept.push_back(tags[i]);
+        }
+        tags = std::move(kept);
+        btr->hostForceOpen(AcDb::kForWrite);
+        AcDbObjectId id;
+        btr->appendAcDbEntity(id, copy);
+        btr->hostForceClosed();
+        copy->hostForceClosed();
+        idMap.assign({src, id});
+    }
+    return Acad::eOk;
+}
+
+// --- reading ---
+
+struct DxfLoader {
+    AcDbDatabase& db;
+    AcDbDatabase::Impl& impl;
+    const dxf::DrawingText& text;
+    dxf::Tokenizer tk;
+    dxf::TagView pending;
+    bool havePending = false;
+    bool atEnd = false;
+    std::vector<std::pair<AcDbObject*, std::size_t>> needHandle;
+    std::unordered_map<std::wstring, std::size_t> classByDxf;
+    std::unordered_map<std::uint64_t, std::size_t> handleLine;
+
+    struct Rec {
+        std::size_t begin = 0, end = 0;
+        std::string_view type;
+        AcDbHandle handle;
+        std::size_t handleOffset = 0;
+        bool hasHandle = false;
+        AcDbHandle owner;
+        std::string_view name;  // group 2
+        bool paper = false;
+        std::string_view markers[6];
+        int nMarkers = 0;
+    };
+
+    DxfLoader(AcDbDatabase& d, const dxf::DrawingText& t) : db(d), impl(d.impl()), text(t), tk(t) {}
+
+    bool nextTag(dxf::TagView& t)
+    {
+        if (havePending) {
+            t = pending;
+            havePending = false;
+            return true;
+        }
+        return tk.next(t);
+    }
+
+    // The record that starts at the next 0 tag; false at the end of the text.
+    bool nextRecord(Rec& r)
+    {
+        dxf::TagView t;
+        if (!nextTag(t)) return false;
+        if (t.code != 0) text.fail(t.offset, "expected group code 0, found " + std::to_string(t.code));
+        r = Rec();
+        r.begin = t.offset;
+        r.type = t.value;
+        bool inGroup = false, body = false;
+        while (tk.next(t)) {
+            if (t.code == 0) {
+                pending = t;
+                havePending = true;
+                r.end = t.offset;
+                return true;
+            }
+            switch (t.code) {
+            case 5:
+            case 105:
+                if (!r.hasHandle && !body) {
+                    // An empty handle is as good as none; writers of old drawings leave them.
+                    if (dxf::trim(t.value).empty()) break;
+                    if (!AcDbHandle::parse(t.value, r.handle))
+                        text.fail(t.offset, "invalid handle '" + std::string(t.value) + "'");
+                    r.hasHandle = !r.handle.isNull();
+                    r.handleOffset = t.offset;
+                }
+                break;
+            case 102:
+                inGroup = !t.value.empty() && t.value[0] == '{';
+                break;
+            case 330:
+                if (!inGroup && !body && r.owner.isNull()) AcDbHandle::parse(t.value, r.owner);
+                break;
+            case 100:
+                if (!inGroup) {
+                    body = true;
+                    if (r.nMarkers < 6) r.markers[r.nMarkers++] = t.value;
+                }
+                break;
+            case 2:
+                if (r.name.empty()) r.name = t.value;
+                break;
+            case 67:
+                r.paper = dxf::trim(t.value) == "1";
+                break;
+            default:
+                break;
+            }
+        }
+        r.end = tk.position();
+        return true;
+    }
+
+    std::string_view raw(const Rec& r) const { return std::string_view(text.text).substr(r.begin, r.end - r.begin); }
+
+    [[noreturn]] void fail(const Rec& r, const std::string& msg) const { text.fail(r.begin, msg); }
+
+    AcRxClass* classFromMarkers(const Rec& r, AcRxClass* base, const std::wstring& lastName, const std::wstring& dxfName,
+                                const std::wstring& app)
+    {
+        AcRxClass* parent = base;
+        for (int i = 0; i < r.nMarkers; ++i) {
+            std::wstring m = dxf::fromUtf8(r.markers[i]);
+            if (m == lastName) break;
+            AcRxClass* c = acrxFindClass(m);
+            if (c && (!parent || c->isDerivedFrom(parent))) parent = c;
+            else if (!c) parent = acrxProxyClass(m, parent, L"", L"");
+        }
+        return acrxProxyClass(lastName, parent, dxfName, app);
+    }
+
+    AcDbObject* makeObject(const Rec& r, bool entity)
+    {
+        std::wstring type = dxf::fromUtf8(r.type);
+        AcRxClass* cls = nullptr;
+        bool proxy = false;
+        AcRxClass* base = entity ? AcDbEntity::desc() : AcDbObject::desc();
+        auto ci = classByDxf.find(type);
+        if (ci != classByDxf.end()) {
+            const auto& ce = impl.classes[ci->second];
+            AcRxClass* c = acrxFindClass(ce.cppName);
+            if (c && !c->isProxyClass() && c->isDerivedFrom(base)) cls = c;
+            else {
+                cls = classFromMarkers(r, base, ce.cppName, type, ce.appName);
+                proxy = true;
+            }
+        } else if ((cls = acdbHostClassForDxfName(type, entity))) {
+            // A more specific class from the last marker (DIMENSION, POLYLINE, VERTEX).
+            if (r.nMarkers > 0) {
+                AcRxClass* m = acrxFindClass(dxf::fromUtf8(r.markers[r.nMarkers - 1]));
+                if (m && m != cls && m->isDerivedFrom(cls)) cls = m;
+            }
+        } else {
+            std::wstring last = r.nMarkers ? dxf::fromUtf8(r.markers[r.nMarkers - 1]) : type;
+            AcRxClass* c = acrxFindClass(last);
+            if (c && !c->isProxyClass() && c->isDerivedFrom(base)) cls = c;
+            else {
+                cls = classFromMarkers(r, base, last, type, L"");
+                proxy = true;
+            }
+        }
+        AcDbObject* obj = nullptr;
+        if (!proxy) {
+            AcRxObject* made = cls->create();
+            obj = AcDbObject::cast(made);
+            if (!obj || (entity && !AcDbEntity::cast(obj))) {
+                delete made;
+                obj = nullptr;
+            }
+        }
+        if (!obj) obj = entity ? new AcDbEntity : new AcDbObject;
+        if (obj->isA() != cls) obj->hostSetClass(cls);
+        obj->hostSetProxy(proxy);
+        return obj;
+    }
+
+    AcDbObjectId adopt(AcDbObject* obj, const Rec& r, AcDbHandle defaultOwner)
+    {
+        AcDbStub* s;
+        if (r.hasHandle) {
+            auto [it, fresh] = handleLine.emplace(r.handle.value(), r.handleOffset);
+            if (!fresh)
+                text.fail(r.handleOffset, "duplicate handle " + r.handle.str() + " (first used at " + text.where(it->second) + ")");
+            s = db.hostNewStub(r.handle);
+        } else {
+            s = db.hostNewStub();
+            needHandle.emplace_back(obj, 0);
+        }
+        s->object = obj;
+        obj->hostAttach(s);
+        obj->hostSetOwnerHandle(r.owner.isNull() ? defaultOwner : r.owner);
+        if (!obj->filesItself()) {
+            obj->record() = TagRecord(raw(r));
+        } else {
+            // A class that files itself reads its record; when it refuses, the
+            // record is kept as it is, as a proxy.
+            AcDbDxfFiler in(&db, TagRecord(raw(r)).tags());
+            in.setPosition(1);
+            obj->record() = TagRecord(std::string_view(raw(r)).substr(0, 0));
+            obj->hostForceOpen(AcDb::kForWrite);
+            Acad::ErrorStatus es = Acad::eOk;
+            try {
+                es = obj->dxfInFields(&in);
+            } catch (const std::exception&) {
+                es = Acad::eFilerError;
+            }
+            obj->hostForceClosed();
+            if (es == Acad::eOk) {
+                DxfTags head = obj->record().tags();
+                const DxfTags& all = in.tags();
+                for (std::size_t i = in.position(); i < all.size(); ++i)
+                    if (all[i].code >= 1000) {
+                        head.insert(head.end(), all.begin() + long(i), all.end());
+                        break;
+                    }
+                obj->record().assign(std::move(head));
+            } else {
+                std::string why = dxf::toUtf8(in.errorMessage());
+                while (!why.empty() && (why.front() == '\n' || why.front() == ' ')) why.erase(why.begin());
+                db.warnings_.push_back(text.fileName + ": " + text.where(r.begin) + ": " + std::string(r.type) + " " +
+                                       r.handle.str() + " kept as read (" + Acad::errorName(es) +
+                                       (why.empty() ? "" : ": " + why) + ")");
+                AcRxClass* cls = obj->isA();
+                AcDbObject* proxy = AcDbEntity::cast(obj) ? new AcDbEntity : new AcDbObject;
+                proxy->hostSetClass(acrxProxyClass(cls->name(), cls->myParent(), cls->dxfName(), cls->appName()));
+                proxy->hostSetProxy(true);
+                proxy->hostAttach(s);
+                proxy->hostSetOwnerHandle(obj->hostOwnerHandle());
+                proxy->record() = TagRecord(raw(r));
+                delete obj;
+                s->object = proxy;
+                obj = proxy;
+            }
+        }
+        return AcDbObjectId(s);
+    }
+
+    void expectEndsec(const std::string& section)
+    {
+        Rec r;
+        if (!nextRecord(r)) text.fail(text.text.size(), "section " + section + " has no ENDSEC");
+        if (r.type != "ENDSEC") fail(r, "unexpected " + std::string(r.type) + " in section " + section);
+    }
+
+    void load()
+    {
+        Rec r;
+        bool sawEof = false;
+        // Comments before the first section are kept.
+        {
+            dxf::TagView t;
+            std::size_t start = 0;
+            while (nextTag(t)) {
+                if (t.code == 0) {
+                    pending = t;
+                    havePending = true;
+                    break;
+                }
+                if (t.code != 999) text.fail(t.offset, "expected a SECTION, found group code " + std::to_string(t.code));
+                start = t.offset;
+            }
+            if (havePending) impl.prefix.assign(text.text, 0, pending.offset);
+            else if (start == 0) text.fail(0, "no sections (empty drawing)");
+        }
+        while (nextRecord(r)) {
+            if (r.type == "EOF") {
+                sawEof = true;
+                break;
+            }
+            if (r.type != "SECTION") fail(r, "expected SECTION or EOF, found " + std::string(r.type));
+            if (r.name.empty()) fail(r, "SECTION without a name");
+            std::string name(dxf::trim(r.name));
+            if (name == "HEADER") {
+                // The section record holds the variables: drop "0 SECTION" and "2 HEADER".
+                dxf::TagView t2;
+                dxf::Tokenizer sub(text, r.begin, r.end);
+                sub.next(t2);  // "0 SECTION"
+                sub.next(t2);  // "2 HEADER"
+                impl.header = TagRecord(std::string_view(text.text).substr(sub.position(), r.end - sub.position()));
+                impl.sections.push_back({name, AcDbDatabase::Impl::Header, {}});
+                expectEndsec(name);
+                readHeaderVars();
+            } else if (name == "CLASSES") {
+                impl.sections.push_back({name, AcDbDatabase::Impl::Classes, {}});
+                readClasses();
+            } else if (name == "TABLES") {
+                impl.sections.push_back({name, AcDbDatabase::Impl::Tables, {}});
+                readTables();
+            } else if (name == "BLOCKS") {
+                impl.sections.push_back({name, AcDbDatabase::Impl::Blocks, {}});
+                readBlocks();
+            } else if (name == "ENTITIES") {
+                impl.sections.push_back({name, AcDbDatabase::Impl::Entities, {}});
+                readEntities();
+            } else if (name == "OBJECTS") {
+                impl.sections.push_back({name, AcDbDatabase::Impl::Objects, {}});
+                readObjects();
+            } else {
+                // Kept tag for tag, from after "2 NAME".
+                dxf::TagView t2;
+                dxf::Tokenizer sub(text, r.begin, r.end);
+                sub.next(t2);
+                sub.next(t2);
+                std::size_t begin = sub.position();
+                Rec e;
+                while (nextRecord(e) && e.type != "ENDSEC") {
+                    if (e.type == "SECTION" || e.type == "EOF") fail(e, "section " + name + " has no ENDSEC");
+                }
+                if (e.type != "ENDSEC") text.fail(text.text.size(), "section " + name + " has no ENDSEC");
+                impl.sections.push_back({name, AcDbDatabase::Impl::Raw, std::string_view(text.text).substr(begin, e.begin - begin)});
+            }
+        }
+        if (!sawEof) text.fail(text.text.size(), "missing EOF at the end of the drawing");
+        finish();
+    }
+
+    void readHeaderVars()
+    {
+        std::string v;
+        if (db.getHeaderVar("$ACADVER", v)) db.version_ = std::string(dxf::trim(v));
+        else db.version_ = "AC1009";
+        std::string cp;
+        db.getHeaderVar("$DWGCODEPAGE", cp);
+        try {
+            db.codec_ = dxf::Codec::forDrawing(db.version_, dxf::trim(cp));
+        } catch (const dxf::UnknownCodePage&) {
+            text.fail(0, "unknown code page '" + std::string(dxf::trim(cp)) + "' ($DWGCODEPAGE)");
+        }
+        if (db.getHeaderVar("$HANDSEED", v)) {
+            AcDbHandle h;
+            if (AcDbHandle::parse(v, h)) impl.seedInFile = h.value();
+        }
+        std::string handling;
+        if (db.isR12OrOlder() && db.getHeaderVar("$HANDLING", handling)) {
+            long long n = 0;
+            dxf::parseInt(handling, n);
+            db.writesHandles_ = n != 0;
+        } else if (db.isR12OrOlder()) {
+            db.writesHandles_ = false;
+        }
+    }
+
+    void readClasses()
+    {
+        Rec r;
+        while (nextRecord(r)) {
+            if (r.type == "ENDSEC") return;
+            if (r.type != "CLASS") fail(r, "expected CLASS in section CLASSES, found " + std::string(r.type));
+            AcDbDatabase::Impl::ClassEntry ce;
+            ce.rec = TagRecord(raw(r));
+            ce.rec.scan([&](int code, std::string_view v) {
+                if (code == 1) ce.dxfName = dxf::fromUtf8(dxf::trim(v));
+                else if (code == 2) ce.cppName = dxf::fromUtf8(dxf::trim(v));
+                else if (code == 3) ce.appName = db.decode(v);
+                return true;
+            });
+            classByDxf.emplace(ce.dxfName, impl.classes.size());
+            impl.classes.push_back(std::move(ce));
+        }
+        text.fail(text.text.size(), "section CLASSES has no ENDSEC");
+    }
+
+    AcRxClass* tableClass(const std::wstring& name, bool record)
+    {
+        static const std::pair<const wchar_t*, std::pair<const wchar_t*, const wchar_t*>> kTables[] = {
+            {L"LAYER", {L"AcDbLayerTable", L"AcDbLayerTableRecord"}},
+            {L"BLOCK_RECORD", {L"AcDbBlockTable", L"AcDbBlockTableRecord"}},
+            {L"APPID", {L"AcDbRegAppTable", L"AcDbRegAppTableRecord"}},
+            {L"LTYPE", {L"AcDbLinetypeTable", L"AcDbLinetypeTableRecord"}},
+            {L"STYLE", {L"AcDbTextStyleTable", L"AcDbTextStyleTableRecord"}},
+            {L"VIEW", {L"AcDbViewTable", L"AcDbViewTableRecord"}},
+            {L"VPORT", {L"AcDbViewportTable", L"AcDbViewportTableRecord"}},
+            {L"UCS", {L"AcDbUCSTable", L"AcDbUCSTableRecord"}},
+            {L"DIMSTYLE", {L"AcDbDimStyleTable", L"AcDbDimStyleTableRecord"}},
+        };
+        for (auto& [n, c] : kTables)
+            if (name == n) return acrxFindClass(record ? c.second : c.first);
+        return record ? AcDbSymbolTableRecord::desc() : AcDbSymbolTable::desc();
+    }
+
+    AcDbObject* makeFromClass(AcRxClass* cls)
+    {
+        AcRxObject* made = cls->create();
+        AcDbObject* o = AcDbObject::cast(made);
+        if (!o) {
+            delete made;
+            o = new AcDbObject;
+        }
+        if (o->isA() != cls) o->hostSetClass(cls);
+        return o;
+    }
+
+    void readTables()
+    {
+        Rec r;
+        while (nextRecord(r)) {
+            if (r.type == "ENDSEC") return;
+            if (r.type != "TABLE") fail(r, "expected TABLE in section TABLES, found " + std::string(r.type));
+            std::wstring name = upper(dxf::fromUtf8(dxf::trim(r.name)));
+            AcDbObject* tobj = makeFromClass(tableClass(name, false));
+            auto* table = AcDbSymbolTable::cast(tobj);
+            AcDbObjectId tid = adopt(tobj, r, {});
+            impl.tables.push_back(tid);
+            AcRxClass* recClass = tableClass(name, true);
+            Rec e;
+            while (true) {
+                if (!nextRecord(e)) text.fail(text.text.size(), "table " + dxf::toUtf8(name) + " has no ENDTAB");
+                if (e.type == "ENDTAB") break;
+                if (e.type == "ENDSEC" || e.type == "TABLE" || e.type == "EOF")
+                    fail(e, "table " + dxf::toUtf8(name) + " has no ENDTAB");
+                AcDbObject* rec = makeFromClass(recClass);
+                AcDbObjectId rid = adopt(rec, e, tobj->getAcDbHandle());
+                if (table) table->hostAppendRecord(rid);
+                if (name == L"BLOCK_RECORD") {
+                    std::wstring n = upper(db.decode(dxf::trim(e.name)));
+                    if (n == L"*MODEL_SPACE") db.modelSpace_ = rid;
+                    else if (n == L"*PAPER_SPACE") db.paperSpace_ = rid;
+                }
+            }
+        }
+        text.fail(text.text.size(), "section TABLES has no ENDSEC");
+    }
+
+    AcDbBlockTableRecord* blockRecordFor(const Rec& begin)
+    {
+        if (!begin.owner.isNull())
+            if (auto* btr = AcDbBlockTableRecord::cast(db.idOf(begin.owner).object())) return btr;
+        std::wstring name = db.decode(dxf::trim(begin.name));
+        if (auto* bt = AcDbSymbolTable::cast(db.blockTableId().object())) {
+            AcDbObjectId id;
+            bt->hostForceOpen(AcDb::kForNotify);
+            bt->getAt(name.c_str(), id);
+            bt->close();
+            if (auto* btr = AcDbBlockTableRecord::cast(id.object())) return btr;
+        }
+        return virtualBlock(name);
+    }
+
+    // Drawings without block records (R12) get records that are never written.
+    AcDbBlockTableRecord* virtualBlock(const std::wstring& name)
+    {
+        // Blocks without a name stay apart: each is its own block.
+        for (auto* v : impl.virtualBlocks)
+            if (!name.empty() && upper(v->hostName) == upper(name)) return v;
+        auto* btr = new AcDbBlockTableRecord;
+        btr->hostVirtual = true;
+        btr->hostName = name;
+        AcDbStub* s = db.hostNewStub();
+        s->object = btr;
+        btr->hostAttach(s);
+        needHandle.emplace_back(btr, 0);
+        impl.virtualBlocks.push_back(btr);
+        return btr;
+    }
+
+    // Reads entities until a record that is not one (returned in `stop`).
+    void readEntityRun(Rec& stop, AcDbBlockTableRecord* btr, std::vector<AcDbObjectId>* sectionList, const char* section)
+    {
+        AcDbEntity* parent = nullptr;
+        Rec r;
+        while (true) {
+            if (!nextRecord(r)) text.fail(text.text.size(), std::string("section ") + section + " has no ENDSEC");
+            if (r.type == "ENDSEC" || r.type == "ENDBLK" || r.type == "SECTION" || r.type == "EOF" || r.type == "BLOCK") {
+                stop = r;
+                return;
+            }
+            bool sub = r.type == "ATTRIB" || r.type == "VERTEX" || r.type == "SEQEND";
+            AcDbObject* obj = makeObject(r, true);
+            auto* ent = AcDbEntity::cast(obj);
+            AcDbBlockTableRecord* owner = btr;
+            if (!owner) {
+                owner = r.paper ? paperBlock() : modelBlock();
+            }
+            if (sub && parent) {
+                AcDbObjectId id = adopt(obj, r, parent->getAcDbHandle());
+                parent->hostAddSubEntity(id);
+                if (r.type == "SEQEND") parent = nullptr;
+                continue;
+            }
+            AcDbObjectId id = adopt(obj, r, owner->getAcDbHandle());
+            if (!r.owner.isNull() && !btr) {
+                if (auto* o = AcDbBlockTableRecord::cast(db.idOf(r.owner).object())) owner = o;
+            }
+            owner->hostEntities().push_back(id);
+            if (sectionList) sectionList->push_back(id);
+            parent = (r.type == "INSERT" || r.type == "POLYLINE") ? ent : nullptr;
+        }
+    }
+
+    AcDbBlockTableRecord* modelBlock()
+    {
+        if (auto* b = AcDbBlockTableRecord::cast(db.modelSpace_.object())) return b;
+        AcDbBlockTableRecord* b = virtualBlock(L"*Model_Space");
+        db.modelSpace_ = b->objectId();
+        return b;
+    }
+    AcDbBlockTableRecord* paperBlock()
+    {
+        if (auto* b = AcDbBlockTableRecord::cast(db.paperSpace_.object())) return b;
+        AcDbBlockTableRecord* b = virtualBlock(L"*Paper_Space");
+        db.paperSpace_ = b->objectId();
+        return b;
+    }
+
+    void readBlocks()
+    {
+        Rec r;
+        if (!nextRecord(r)) text.fail(text.text.size(), "section BLOCKS has no ENDSEC");
+        while (true) {
+            if (r.type == "ENDSEC") return;
+            if (r.type != "BLOCK") fail(r, "expected BLOCK in section BLOCKS, found " + std::string(r.type));
+            AcDbBlockTableRecord* btr = blockRecordFor(r);
+            AcDbObject* begin = makeObject(r, true);
+            btr->hostBlockBegin = adopt(begin, r, btr->getAcDbHandle());
+            impl.blocks.push_back(btr->objectId());
+            Rec stop;
+            readEntityRun(stop, btr, nullptr, "BLOCKS");
+            if (stop.type != "ENDBLK") fail(stop, "block " + std::string(dxf::trim(r.name)) + " has no ENDBLK");
+            AcDbObject* end = makeObject(stop, true);
+            btr->hostBlockEnd = adopt(end, stop, btr->getAcDbHandle());
+            if (!nextRecord(r)) text.fail(text.text.size(), "section BLOCKS has no ENDSEC");
+        }
+    }
+
+    void readEntities()
+    {
+        Rec stop;
+        readEntityRun(stop, nullptr, &impl.entities, "ENTITIES");
+        if (stop.type != "ENDSEC") fail(stop, "unexpected " + std::string(stop.type) + " in section ENTITIES");
+    }
+
+    void readObjects()
+    {
+        Rec r;
+        while (nextRecord(r)) {
+            if (r.type == "ENDSEC") return;
+            if (r.type == "SECTION" || r.type == "EOF") fail(r, "section OBJECTS has no ENDSEC");
+            AcDbObject* obj = makeObject(r, false);
+            AcDbObjectId id = adopt(obj, r, {});
+            if (impl.objects.empty() && AcDbDictionary::cast(obj)) db.nod_ = id;
+            impl.objects.push_back(id);
+        }
+        text.fail(text.text.size(), "section OBJECTS has no ENDSEC");
+    }
+
+    void finish()
+    {
+        std::uint64_t maxHandle = 0;
+        for (auto& [h, s] : impl.byHandle) maxHandle = std::max(maxHandle, h);
+        impl.nextHandle = std::max(maxHandle + 1, impl.seedInFile);
+        for (auto& [obj, unused] : needHandle) {
+            AcDbStub* s = const_cast<AcDbStub*>(obj->objectId().stub());
+            s->handle = AcDbHandle(impl.nextHandle++);
+            impl.index(s);
+        }
+        // Objects of a drawing without owners (R12) belong to their table.
+        for (AcDbObjectId tid : impl.tables)
+            if (auto* t = AcDbSymbolTable::cast(tid.object()))
+                for (AcDbObjectId rid : t->hostRecords())
+                    if (rid.object()->hostOwnerHandle().isNull()) rid.object()->hostSetOwnerHandle(t->getAcDbHandle());
+        if (db.modelSpace_.isNull()) modelBlock();
+        if (db.paperSpace_.isNull() && db.isR12OrOlder()) paperBlock();
+        for (auto& v : impl.virtualBlocks)
+            for (AcDbObjectId e : v->hostEntities())
+                if (e.object()->hostOwnerHandle().isNull()) e.object()->hostSetOwnerHandle(v->getAcDbHandle());
+    }
+};
+
+std::unique_ptr<AcDbDatabase> AcDbDatabase::readDxf(const std::string& path)
+{
+    auto text = std::make_unique<dxf::DrawingText>(dxf::loadDrawingText(path));
+    auto db = std::make_unique<AcDbDatabase>(false);
+    db->fileName_ = path;
+    db->impl_->text = std::move(text);
+    DxfLoader(*db, *db->impl_->text).load();
+    return db;
+}
+
+std::unique_ptr<AcDbDatabase> AcDbDatabase::readDxfBytes(std::string bytes, const std::string& name)
+{
+    auto text = std::make_unique<dxf::DrawingText>(dxf::drawingTextFromBytes(std::move(bytes), name));
+    auto db = std::make_unique<AcDbDatabase>(false);
+    db->fileName_ = name;
+    db->impl_->text = std::move(text);
+    DxfLoader(*db, *db->impl_->text).load();
+    return db;
+}
+
+// --- writing ---
+
+struct DxfWriter {
+    const AcDbDatabase& db;
+    AcDbDatabase::Impl& impl;
+    std::string eol;
+    std::string out;
+
+    explicit DxfWriter(const AcDbDatabase& d) : db(d), impl(d.impl()), eol(d.impl().text ? d.impl().text->eol : "\n") {}
+
+    void tag(int code, std::string_view v) { dxf::appendTag(out, code, v, eol); }
+    void tags(const DxfTags& t, std::size_t from = 0, std::size_t to = SIZE_MAX)
+    {
+        for (std::size_t i = from; i < std::min(to, t.size()); ++i) tag(t[i].code, t[i].value);
+    }
+    void record(const TagRecord& r)
+    {
+        if (r.isRaw()) out.append(r.raw());
+        else tags(r.tags());
+    }
+
+    void object(AcDbObjectId id)
+    {
+        AcDbObject* o = id.object();
+        if (!o || o->isErased()) return;
+        if (auto* btr = AcDbBlockTableRecord::cast(o); btr && btr->hostVirtual) return;
+        if (!o->filesItself()) {
+            record(o->record());
+        } else {
+            AcDbDxfFiler f(const_cast<AcDbDatabase*>(&db));
+            o->hostForceOpen(AcDb::kForNotify);
+            o->dxfOutFields(&f);
+            o->close();
+            DxfTags own = o->record().tags();
+            tag(0, dxf::toUtf8(o->dxfRecordName()));
+            tags(f.tags());
+            tags(own, layoutOf(own).xdataBegin);
+        }
+        if (auto* ent = AcDbEntity::cast(o))
+            for (AcDbObjectId sub : ent->subEntities()) object(sub);
+    }
+
+    void classes()
+    {
+        for (auto& c : impl.classes) record(c.rec);
+        // Classes that file themselves and that the drawing does not list yet.
+        std::vector<AcRxClass*> added;
+        for (AcDbStub& s : impl.stubs) {
+            AcDbObject* o = s.object;
+            if (!o || o->isErased() || !o->filesItself()) continue;
+            AcRxClass* c = o->isA();
+            if (std::find(added.begin(), added.end(), c) != added.end()) continue;
+            if (std::any_of(impl.classes.begin(), impl.classes.end(), [&](auto& e) { return e.dxfName == c->dxfName(); }))
+                continue;
+            added.push_back(c);
+            tag(0, "CLASS");
+            tag(1, dxf::toUtf8(c->dxfName()));
+            tag(2, dxf::toUtf8(c->name()));
+            tag(3, db.encode(c->appName()));
+            tag(90, std::to_string(c->proxyFlags()));
+            if (db.version() >= "AC1018") tag(91, "0");
+            tag(280, "0");
+            tag(281, c->isDerivedFrom(AcDbEntity::desc()) ? "1" : "0");
+        }
+    }
+
+    std::string run()
+    {
+        out.reserve(impl.text ? impl.text->text.size() + 4096 : 1 << 16);
+        out += impl.prefix;
+        bool needClasses = !db.isR12OrOlder() &&
+                           std::none_of(impl.sections.begin(), impl.sections.end(),
+                                        [](auto& s) { return s.kind == AcDbDatabase::Impl::Classes; });
+        for (const auto& s : impl.sections) {
+            tag(0, "SECTION");
+            tag(2, s.name);
+            switch (s.kind) {
+            case AcDbDatabase::Impl::Header: {
+                std::string seed;
+                if (impl.adoptedSinceLoad && impl.nextHandle > impl.seedInFile && db.getHeaderVar("$HANDSEED", seed)) {
+                    DxfTags h = impl.header.tags();
+                    for (std::size_t i = 0; i + 1 < h.size(); ++i)
+                        if (h[i].code == 9 && h[i].value == "$HANDSEED") h[i + 1].value = AcDbHandle(impl.nextHandle).str();
+                    tags(h);
+                } else {
+                    record(impl.header);
+                }
+                break;
+            }
+            case AcDbDatabase::Impl::Classes:
+                classes();
+                break;
+            case AcDbDatabase::Impl::Tables:
+                for (AcDbObjectId tid : impl.tables) {
+                    object(tid);
+                    if (auto* t = AcDbSymbolTable::cast(tid.object()))
+                        for (AcDbObjectId rid : t->hostRecords()) object(rid);
+                    tag(0, "ENDTAB");
+                }
+                break;
+            case AcDbDatabase::Impl::Blocks:
+                for (AcDbObjectId bid : impl.blocks) {
+                    auto* btr = AcDbBlockTableRecord::cast(bid.object());
+                    if (!btr || (btr->isErased() && !btr->hostVirtual)) continue;
+                    object(btr->hostBlockBegin);
+                    if (bid != db.modelSpaceId() && bid != db.paperSpaceId())
+                        for (AcDbObjectId e : btr->hostEntities()) object(e);
+                    object(btr->hostBlockEnd);
+                }
+                break;
+            case AcDbDatabase::Impl::Entities:
+                for (AcDbObjectId e : impl.entities) object(e);
+                break;
+            case AcDbDatabase::Impl::Objects:
+                for (AcDbObjectId o : impl.objects) object(o);
+                break;
+            case AcDbDatabase::Impl::Raw:
+                out.append(s.raw);
+                break;
+            }
+            tag(0, "ENDSEC");
+            if (s.kind == AcDbDatabase::Impl::Header && needClasses) {
+                std::size_t before = out.size();
+                tag(0, "SECTION");
+                tag(2, "CLASSES");
+                std::size_t mark = out.size();
+                classes();
+                if (out.size() == mark) out.resize(before);
+                else tag(0, "ENDSEC");
+            }
+        }
+        tag(0, "EOF");
+        return std::move(out);
+    }
+};
+
+std::string AcDbDatabase::dxfText() const { return DxfWriter(*this).run(); }
+
+void AcDbDatabase::writeDxf(const std::string& path) const
+{
+    std::string text = dxfText();
+    namespace fs = std::filesystem;
+    fs::path target(path);
+    fs::path dir = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    std::string tmpl = (dir / ("." + target.filename().string() + ".XXXXXX")).string();
+    std::vector<char> name(tmpl.begin(), tmpl.end());
+    name.push_back('\0');
+    int fd = ::mkstemp(name.data());
+    if (fd < 0) throw std::runtime_error(path + ": cannot write: " + std::strerror(errno));
+    const char* p = text.data();
+    std::size_t left = text.size();
+    while (left > 0) {
+        ssize_t n = ::write(fd, p, left);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            int err = errno;
+            ::close(fd);
+            ::unlink(name.data());
+            throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+        }
+        p += n;
+        left -= std::size_t(n);
+    }
+    ::fchmod(fd, 0644);
+    if (::close(fd) != 0 || ::rename(name.data(), path.c_str()) != 0) {
+        int err = errno;
+        ::unlink(name.data());
+        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+    }
+}

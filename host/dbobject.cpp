@@ -1,0 +1,756 @@
+#include "host/dbobject.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/database.h"
+#include "host/dbclasses.h"
+#include "host/filer.h"
+
+const AcDbObjectId AcDbObjectId::kNull;
+
+namespace dxf {
+// Tags of a record that came from the drawing (already checked by the reader).
+bool scanTags(std::string_view text, void* ctx, bool (*fn)(void*, int, std::string_view))
+{
+    const char* p = text.data();
+    const char* end = p + text.size();
+    while (p < end) {
+        const char* nl = static_cast<const char*>(std::memchr(p, '\n', std::size_t(end - p)));
+        if (!nl) return true;
+        const char* q = p;
+        while (q < nl && (*q == ' ' || *q == '\t')) ++q;
+        bool neg = false;
+        if (q < nl && (*q == '-' || *q == '+')) neg = (*q++ == '-');
+        int code = 0;
+        while (q < nl && *q >= '0' && *q <= '9') code = code * 10 + (*q++ - '0');
+        if (neg) code = -code;
+        const char* v = nl + 1;
+        if (v > end) return true;
+        const char* vnl = static_cast<const char*>(std::memchr(v, '\n', std::size_t(end - v)));
+        const char* vend = vnl ? vnl : end;
+        std::size_t len = std::size_t(vend - v);
+        if (len && v[len - 1] == '\r') --len;
+        if (!fn(ctx, code, std::string_view(v, len))) return false;
+        if (!vnl) return true;
+        p = vnl + 1;
+    }
+    return true;
+}
+}  // namespace dxf
+
+bool AcDbObjectId::isErased() const { return stub_ && stub_->object && stub_->object->isErased(); }
+
+int AcDbObjectIdArray::find(const AcDbObjectId& id, int start) const
+{
+    for (std::size_t i = std::size_t(std::max(start, 0)); i < size(); ++i)
+        if ((*this)[i] == id) return int(i);
+    return -1;
+}
+
+bool AcDbObjectIdArray::remove(const AcDbObjectId& id)
+{
+    int i = find(id);
+    if (i < 0) return false;
+    removeAt(i);
+    return true;
+}
+
+bool ResBuf::operator==(const ResBuf& o) const
+{
+    return restype == o.restype && str == o.str && real == o.real && point == o.point && integer == o.integer &&
+           binary == o.binary && handle == o.handle;
+}
+
+// --- TagRecord ---
+
+DxfTags TagRecord::tags() const
+{
+    if (owned_) return *owned_;
+    DxfTags out;
+    scan([&](int code, std::string_view v) {
+        out.push_back({code, std::string(v)});
+        return true;
+    });
+    return out;
+}
+
+DxfTags& TagRecord::mutableTags()
+{
+    if (!owned_) {
+        owned_ = std::make_unique<DxfTags>(tags());
+        raw_ = {};
+    }
+    return *owned_;
+}
+
+RecordLayout layoutOf(const DxfTags& tags)
+{
+    RecordLayout l;
+    l.bodyBegin = l.xdataBegin = tags.size();
+    bool inGroup = false;
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+        int c = tags[i].code;
+        if (c == 1001) {
+            l.xdataBegin = i;
+            if (l.bodyBegin > i) l.bodyBegin = i;
+            break;
+        }
+        if (c == 102) inGroup = !tags[i].value.empty() && tags[i].value[0] == '{';
+        if (c == 100 && !inGroup && l.bodyBegin == tags.size()) l.bodyBegin = i;
+    }
+    return l;
+}
+
+// --- AcDbObject ---
+
+AcRxClass* AcDbObject::gpDesc = nullptr;
+AcRxClass* AcDbObject::desc()
+{
+    acdbRegisterHostClasses();
+    return gpDesc ? gpDesc : acrxFindClass(L"AcDbObject");
+}
+AcRxClass* AcDbObject::isA() const { return class_ ? class_ : desc(); }
+void AcDbObject::rxInit() { gpDesc = newAcRxClass(L"AcDbObject", L"AcRxObject", 0, 0, 0, nullptr, L"", L""); }
+
+AcDbObject::AcDbObject() = default;
+AcDbObject::~AcDbObject() = default;
+
+AcDbObjectId AcDbObject::ownerId() const
+{
+    AcDbDatabase* db = database();
+    return db && !ownerHandle_.isNull() ? db->idOf(ownerHandle_) : AcDbObjectId();
+}
+
+Acad::ErrorStatus AcDbObject::setOwnerId(AcDbObjectId owner)
+{
+    ownerHandle_ = owner.handle();
+    if (isDatabaseResident()) hostSyncHead();
+    return Acad::eOk;
+}
+
+bool AcDbObject::isReadEnabled() const { return !isDatabaseResident() || readers_ > 0 || writer_ || notify_ > 0; }
+bool AcDbObject::isWriteEnabled() const { return !isDatabaseResident() || writer_; }
+
+static std::string className(const AcDbObject* o)
+{
+    return dxf::toUtf8(o->isA() ? o->isA()->name() : L"AcDbObject");
+}
+
+void AcDbObject::assertReadEnabled() const
+{
+    if (!isReadEnabled())
+        throw AcDbStatusError(Acad::eNotOpenForRead, className(this) + " " + getAcDbHandle().str() + " is not open for read");
+}
+
+void AcDbObject::assertWriteEnabled() const
+{
+    if (!isWriteEnabled())
+        throw AcDbStatusError(Acad::eNotOpenForWrite, className(this) + " " + getAcDbHandle().str() + " is not open for write");
+    const_cast<AcDbObject*>(this)->modified_ = true;
+}
+
+void AcDbObject::assertNotifyEnabled() const
+{
+    if (!isNotifyEnabled() && !isWriteEnabled())
+        throw AcDbStatusError(Acad::eNotOpenForNotify, className(this) + " is not open for notify");
+}
+
+Acad::ErrorStatus AcDbObject::upgradeOpen()
+{
+    if (!isDatabaseResident() || writer_) return Acad::eWasOpenForWrite;
+    if (readers_ != 1) return readers_ == 0 ? Acad::eNotOpenForRead : Acad::eWasOpenForRead;
+    readers_ = 0;
+    writer_ = true;
+    return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbObject::downgradeOpen()
+{
+    if (!isDatabaseResident() || !writer_) return Acad::eNotOpenForWrite;
+    writer_ = false;
+    readers_ = 1;
+    return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbObject::close()
+{
+    if (!isDatabaseResident()) return Acad::eOk;
+    if (notify_ > 0) {
+        --notify_;
+    } else if (writer_) {
+        writer_ = false;
+        if (modified_) database()->hostObjectModified(this);
+    } else if (readers_ > 0) {
+        --readers_;
+    } else {
+        return Acad::eNotOpenForRead;
+    }
+    return Acad::eOk;
+}
+
+void AcDbObject::hostForceOpen(AcDb::OpenMode mode)
+{
+    if (mode == AcDb::kForWrite) writer_ = true;
+    else if (mode == AcDb::kForRead) ++readers_;
+    else ++notify_;
+}
+
+Acad::ErrorStatus AcDbObject::erase(bool erasing)
+{
+    assertWriteEnabled();
+    if (erased_ == erasing) return erasing ? Acad::eWasErased : Acad::eOk;
+    erased_ = erasing;
+    if (AcDbDatabase* db = database()) db->hostObjectErased(this);
+    return Acad::eOk;
+}
+
+bool AcDbObject::filesItself() const { return false; }
+
+std::wstring AcDbObject::dxfRecordName() const
+{
+    std::wstring name;
+    bool found = false;
+    record_.scan([&](int code, std::string_view v) {
+        if (code == 0) {
+            name.assign(v.begin(), v.end());
+            found = true;
+        }
+        return false;
+    });
+    if (found) return name;
+    return isA() ? isA()->dxfName() : L"";
+}
+
+// The head index where new head groups go: after "0 TYPE" and the handle.
+static std::size_t afterHandle(const DxfTags& tags)
+{
+    std::size_t i = tags.empty() || tags[0].code != 0 ? 0 : 1;
+    if (i < tags.size() && (tags[i].code == 5 || tags[i].code == 105)) ++i;
+    return i;
+}
+
+void AcDbObject::hostSyncHead()
+{
+    AcDbDatabase* db = database();
+    if (!db) return;
+    DxfTags& tags = record_.mutableTags();
+    if (tags.empty() || tags[0].code != 0) {
+        std::wstring n = isA() && *isA()->dxfName() ? isA()->dxfName() : L"OBJECT";
+        tags.insert(tags.begin(), {0, dxf::toUtf8(n)});
+    }
+    if (db->hostWritesHandles()) {
+        int handleCode = tags[0].value == "DIMSTYLE" ? 105 : 5;
+        if (tags.size() > 1 && (tags[1].code == 5 || tags[1].code == 105))
+            tags[1].value = getAcDbHandle().str();
+        else
+            tags.insert(tags.begin() + 1, {handleCode, getAcDbHandle().str()});
+    }
+    if (db->isR12OrOlder()) return;
+    // The owner: the first 330 of the head outside the 102 groups.
+    RecordLayout l = layoutOf(tags);
+    bool inGroup = false;
+    std::size_t insertAt = afterHandle(tags);
+    for (std::size_t i = insertAt; i < l.bodyBegin; ++i) {
+        if (tags[i].code == 102) {
+            inGroup = !tags[i].value.empty() && tags[i].value[0] == '{';
+            insertAt = i + 1;
+            continue;
+        }
+        if (!inGroup && tags[i].code == 330) {
+            tags[i].value = ownerHandle_.isNull() ? "0" : ownerHandle_.str();
+            return;
+        }
+        if (!inGroup) break;
+        insertAt = i + 1;
+    }
+    tags.insert(tags.begin() + long(insertAt), {330, ownerHandle_.isNull() ? "0" : ownerHandle_.str()});
+}
+
+// --- reactors and the extension dictionary ---
+
+template <class F>
+static void forEachHeadGroupItem(const TagRecord& rec, const char* groupName, F&& fn)
+{
+    bool in = false;
+    rec.scan([&](int code, std::string_view v) {
+        if (code == 100 || code >= 1000) return false;
+        if (code == 102) {
+            if (in) return false;
+            in = v == groupName;
+            return true;
+        }
+        if (in) fn(code, v);
+        return true;
+    });
+}
+
+AcDbObjectIdArray AcDbObject::getPersistentReactors() const
+{
+    AcDbObjectIdArray ids;
+    AcDbDatabase* db = database();
+    forEachHeadGroupItem(record_, "{ACAD_REACTORS", [&](int code, std::string_view v) {
+        AcDbHandle h;
+        if (code == 330 && db && AcDbHandle::parse(v, h)) ids.append(db->idOf(h));
+    });
+    return ids;
+}
+
+AcDbObjectId AcDbObject::extensionDictionary() const
+{
+    AcDbObjectId id;
+    AcDbDatabase* db = database();
+    forEachHeadGroupItem(record_, "{ACAD_XDICTIONARY", [&](int code, std::string_view v) {
+        AcDbHandle h;
+        if (code == 360 && db && AcDbHandle::parse(v, h)) id = db->idOf(h);
+    });
+    return id;
+}
+
+void AcDbObject::addPersistentReactor(AcDbObjectId id)
+{
+    if (id.isNull() || getPersistentReactors().contains(id)) return;
+    AcDbDatabase* db = database();
+    if (db && db->isR12OrOlder()) return;
+    DxfTags& tags = record_.mutableTags();
+    std::string h = id.handle().str();
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+        if (tags[i].code == 100 || tags[i].code >= 1000) break;
+        if (tags[i].code == 102 && tags[i].value == "{ACAD_REACTORS") {
+            std::size_t j = i + 1;
+            while (j < tags.size() && tags[j].code != 102) ++j;
+            tags.insert(tags.begin() + long(j), {330, h});
+            return;
+        }
+    }
+    std::size_t at = afterHandle(tags);
+    tags.insert(tags.begin() + long(at), {{102, "{ACAD_REACTORS"}, {330, h}, {102, "}"}});
+}
+
+Acad::ErrorStatus AcDbObject::removePersistentReactor(AcDbObjectId id)
+{
+    if (!getPersistentReactors().contains(id)) return Acad::eKeyNotFound;
+    DxfTags& tags = record_.mutableTags();
+    std::string h = id.handle().str();
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+        if (tags[i].code == 102 && tags[i].value == "{ACAD_REACTORS") {
+            std::size_t j = i + 1;
+            for (; j < tags.size() && tags[j].code != 102; ++j)
+                if (tags[j].code == 330 && tags[j].value == h) {
+                    tags.erase(tags.begin() + long(j));
+                    break;
+                }
+            // An empty group goes with its last reactor.
+            if (i + 1 < tags.size() && tags[i + 1].code == 102) tags.erase(tags.begin() + long(i), tags.begin() + long(i) + 2);
+            break;
+        }
+    }
+    return Acad::eOk;
+}
+
+// --- extended data ---
+
+static ResBufList tagsToItems(const AcDbDxfFiler& conv, const DxfTags& tags, std::size_t from)
+{
+    ResBufList out;
+    for (std::size_t i = from; i < tags.size(); ++i) {
+        const DxfTag& t = tags[i];
+        ResBuf item = conv.toItem(t);
+        // A point comes as three tags (1010, 1020, 1030).
+        if (t.code >= 1010 && t.code <= 1013) {
+            double y = 0, z = 0;
+            if (i + 1 < tags.size() && tags[i + 1].code == t.code + 10 && dxf::parseDouble(tags[i + 1].value, y)) {
+                ++i;
+                if (i + 1 < tags.size() && tags[i + 1].code == t.code + 20 && dxf::parseDouble(tags[i + 1].value, z)) ++i;
+            }
+            item.point.y = y;
+            item.point.z = z;
+        }
+        out.push_back(std::move(item));
+    }
+    return out;
+}
+
+static void itemsToTags(const AcDbDxfFiler& conv, const ResBufList& items, DxfTags& out)
+{
+    for (const ResBuf& item : items) {
+        out.push_back(conv.toTag(item));
+        if (item.restype >= 1010 && item.restype <= 1013) {
+            out.push_back({item.restype + 10, dxf::formatDouble(item.point.y)});
+            out.push_back({item.restype + 20, dxf::formatDouble(item.point.z)});
+        }
+    }
+}
+
+ResBufList AcDbObject::xData(const wchar_t* appName) const
+{
+    DxfTags tags;
+    bool inX = false;
+    record_.scan([&](int code, std::string_view v) {
+        if (code == 1001) inX = true;
+        if (inX) tags.push_back({code, std::string(v)});
+        return true;
+    });
+    if (tags.empty()) return {};
+    AcDbDxfFiler conv(database());
+    ResBufList all = tagsToItems(conv, tags, 0);
+    if (!appName) return all;
+    ResBufList out;
+    bool mine = false;
+    for (auto& item : all) {
+        if (item.restype == 1001) mine = item.str == appName;  // application names compare exactly as stored
+        if (mine) out.push_back(item);
+    }
+    if (out.empty()) {
+        // Application names are case-insensitive in the APPID table.
+        std::wstring want(appName);
+        for (auto& c : want) c = wchar_t(std::towupper(c));
+        for (auto& item : all) {
+            if (item.restype == 1001) {
+                std::wstring n = item.str;
+                for (auto& c : n) c = wchar_t(std::towupper(c));
+                mine = n == want;
+            }
+            if (mine) out.push_back(item);
+        }
+    }
+    return out;
+}
+
+Acad::ErrorStatus AcDbObject::setXData(const ResBufList& items)
+{
+    assertWriteEnabled();
+    if (items.empty()) return Acad::eOk;
+    if (items.front().restype != 1001) return Acad::eInvalidInput;
+    // Split the new list into application groups; the last group of an application wins.
+    std::vector<std::pair<std::wstring, ResBufList>> groups;
+    auto upper = [](std::wstring s) {
+        for (auto& c : s) c = wchar_t(std::towupper(c));
+        return s;
+    };
+    for (const ResBuf& item : items) {
+        if (item.restype == 1001) {
+            std::wstring key = upper(item.str);
+            auto it = std::find_if(groups.begin(), groups.end(), [&](auto& g) { return g.first == key; });
+            if (it != groups.end()) groups.erase(it);
+            groups.push_back({key, {}});
+        } else if (item.restype < 1000 || item.restype > 1071) {
+            return Acad::eInvalidInput;
+        }
+        groups.back().second.push_back(item);
+    }
+    AcDbDatabase* db = database();
+    if (db)
+        for (auto& g : groups)
+            if (!db->regApp(g.second.front().str)) return Acad::eInvalidInput;
+
+    DxfTags& tags = record_.mutableTags();
+    RecordLayout l = layoutOf(tags);
+    AcDbDxfFiler conv(db);
+    // Existing groups, by application, in order.
+    std::vector<std::pair<std::wstring, DxfTags>> existing;
+    for (std::size_t i = l.xdataBegin; i < tags.size(); ++i) {
+        if (tags[i].code == 1001) existing.push_back({upper(conv.toItem(tags[i]).str), {}});
+        if (!existing.empty()) existing.back().second.push_back(tags[i]);
+    }
+    for (auto& [key, list] : groups) {
+        DxfTags t;
+        if (list.size() > 1) itemsToTags(conv, list, t);
+        auto it = std::find_if(existing.begin(), existing.end(), [&](auto& e) { return e.first == key; });
+        if (it != existing.end()) {
+            if (t.empty()) existing.erase(it);
+            else it->second = std::move(t);
+        } else if (!t.empty()) {
+            existing.push_back({key, std::move(t)});
+        }
+    }
+    tags.resize(l.xdataBegin);
+    for (auto& e : existing) tags.insert(tags.end(), e.second.begin(), e.second.end());
+    return Acad::eOk;
+}
+
+// --- filing ---
+
+Acad::ErrorStatus AcDbObject::dwgOutFields(AcDbDwgFiler* filer) const
+{
+    assertReadEnabled();
+    filer->writeSoftPointerId(ownerId());
+    DxfTags tags = record_.tags();
+    filer->writeUInt32(std::uint32_t(tags.size()));
+    for (const DxfTag& t : tags) {
+        filer->writeInt16(std::int16_t(t.code));
+        filer->writeBytes(std::vector<std::uint8_t>(t.value.begin(), t.value.end()));
+    }
+    return filer->filerStatus();
+}
+
+Acad::ErrorStatus AcDbObject::dwgInFields(AcDbDwgFiler* filer)
+{
+    assertWriteEnabled();
+    AcDbObjectId owner;
+    filer->readSoftPointerId(&owner);
+    ownerHandle_ = owner.handle();
+    std::uint32_t n = 0;
+    if (filer->readUInt32(&n) != Acad::eOk) return filer->filerStatus();
+    DxfTags tags;
+    for (std::uint32_t i = 0; i < n; ++i) {
+        std::int16_t code = 0;
+        std::vector<std::uint8_t> bytes;
+        if (filer->readInt16(&code) != Acad::eOk || filer->readBytes(bytes) != Acad::eOk) return filer->filerStatus();
+        tags.push_back({code, std::string(bytes.begin(), bytes.end())});
+    }
+    record_.assign(std::move(tags));
+    return filer->filerStatus();
+}
+
+Acad::ErrorStatus AcDbObject::dxfOutFields(AcDbDxfFiler* filer) const
+{
+    assertReadEnabled();
+    DxfTags tags = record_.tags();
+    RecordLayout l = layoutOf(tags);
+    std::size_t end = filesItself() ? l.bodyBegin : l.xdataBegin;
+    for (std::size_t i = (!tags.empty() && tags[0].code == 0) ? 1 : 0; i < end; ++i)
+        filer->writeRawTag(tags[i].code, tags[i].value);
+    return filer->filerStatus();
+}
+
+Acad::ErrorStatus AcDbObject::dxfInFields(AcDbDxfFiler* filer)
+{
+    assertWriteEnabled();
+    // The head: everything before the first subclass marker (or all, for host classes).
+    DxfTags head;
+    const DxfTags& all = filer->tags();
+    std::size_t p = filer->position();
+    bool inGroup = false;
+    while (p < all.size()) {
+        const DxfTag& t = all[p];
+        if (t.code >= 1000) break;
+        if (t.code == 102) inGroup = !t.value.empty() && t.value[0] == '{';
+        if (t.code == 100 && !inGroup && filesItself()) break;
+        if (t.code == 330 && !inGroup) {
+            AcDbHandle h;
+            if (AcDbHandle::parse(t.value, h)) ownerHandle_ = h;
+        }
+        head.push_back(t);
+        ++p;
+    }
+    filer->setPosition(p);
+    std::wstring name = dxfRecordName();
+    head.insert(head.begin(), {0, dxf::toUtf8(name)});
+    record_.assign(std::move(head));
+    return filer->filerStatus();
+}
+
+AcRxObject* AcDbObject::clone() const
+{
+    assertReadEnabled();
+    AcRxClass* cls = isA();
+    AcRxObject* made = cls ? cls->create() : nullptr;
+    AcDbObject* copy = made ? AcDbObject::cast(made) : nullptr;
+    if (!copy) {
+        delete made;
+        copy = AcDbEntity::cast(this) ? new AcDbEntity : new AcDbObject;
+    }
+    copy->class_ = class_;
+    copy->proxy_ = proxy_;
+    AcDbMemoryFiler filer(database(), AcDb::kCopyFiler);
+    if (dwgOutFields(&filer) != Acad::eOk) {
+        delete copy;
+        return nullptr;
+    }
+    filer.rewind();
+    if (copy->dwgInFields(&filer) != Acad::eOk) {
+        delete copy;
+        return nullptr;
+    }
+    return copy;
+}
+
+// --- AcDbEntity ---
+
+AcRxClass* AcDbEntity::gpDesc = nullptr;
+AcRxClass* AcDbEntity::desc()
+{
+    acdbRegisterHostClasses();
+    return gpDesc ? gpDesc : acrxFindClass(L"AcDbEntity");
+}
+AcRxClass* AcDbEntity::isA() const { return class_ ? class_ : desc(); }
+void AcDbEntity::rxInit() { gpDesc = newAcRxClass(L"AcDbEntity", L"AcDbObject", 0, 0, 0, nullptr, L"", L""); }
+
+AcDbEntity::AcDbEntity() = default;
+AcDbEntity::~AcDbEntity() = default;
+
+// The value of the first `code` tag of the record outside the head groups and before extended data.
+bool acdbHostBodyValue(const TagRecord& rec, int code, std::string_view& out)
+{
+    bool found = false, inGroup = false;
+    rec.scan([&](int c, std::string_view v) {
+        if (c >= 1000) return false;
+        if (c == 102) {
+            inGroup = !v.empty() && v[0] == '{';
+            return true;
+        }
+        if (c == code && !inGroup) {
+            out = v;
+            found = true;
+            return false;
+        }
+        return true;
+    });
+    return found;
+}
+
+std::wstring AcDbEntity::layer() const
+{
+    assertReadEnabled();
+    std::string_view v;
+    if (!acdbHostBodyValue(record_, 8, v)) return L"0";
+    return database() ? database()->decode(v) : dxf::fromUtf8(v);
+}
+
+AcDbObjectId AcDbEntity::layerId() const
+{
+    AcDbDatabase* db = database();
+    if (!db) return {};
+    std::wstring name = layer();
+    AcDbObjectId id;
+    AcDbObjectPointer<AcDbSymbolTable> table(db->layerTableId(), AcDb::kForRead);
+    if (table.openStatus() != Acad::eOk) return {};
+    table->getAt(name.c_str(), id);
+    return id;
+}
+
+void acdbHostRemoveBodyValue(DxfTags& tags, int code)
+{
+    RecordLayout l = layoutOf(tags);
+    bool inGroup = false;
+    for (std::size_t i = 0; i < l.xdataBegin; ++i) {
+        if (tags[i].code == 102) inGroup = !tags[i].value.empty() && tags[i].value[0] == '{';
+        else if (tags[i].code == code && !inGroup) {
+            tags.erase(tags.begin() + long(i));
+            return;
+        }
+    }
+}
+
+void acdbHostSetBodyValue(DxfTags& tags, int code, const std::string& value, const char* afterMarker)
+{
+    RecordLayout l = layoutOf(tags);
+    bool inGroup = false;
+    for (std::size_t i = 0; i < l.xdataBegin; ++i) {
+        if (tags[i].code == 102) inGroup = !tags[i].value.empty() && tags[i].value[0] == '{';
+        else if (tags[i].code == code && !inGroup) {
+            tags[i].value = value;
+            return;
+        }
+    }
+    // After the "AcDbEntity" marker, or after the head for drawings without markers.
+    std::size_t at = l.xdataBegin;
+    for (std::size_t i = l.bodyBegin; i < l.xdataBegin; ++i)
+        if (tags[i].code == 100 && afterMarker && tags[i].value == afterMarker) {
+            at = i + 1;
+            if (at < l.xdataBegin && tags[at].code == 67) ++at;
+            break;
+        }
+    tags.insert(tags.begin() + long(at), {code, value});
+}
+
+Acad::ErrorStatus AcDbEntity::setLayer(const wchar_t* newVal, bool doSubents, bool allowHiddenLayer)
+{
+    assertWriteEnabled();
+    if (!newVal) return Acad::eInvalidInput;
+    AcDbDatabase* db = database();
+    if (db) {
+        AcDbObjectId id;
+        AcDbObjectPointer<AcDbSymbolTable> table(db->layerTableId(), AcDb::kForRead);
+        if (table.openStatus() == Acad::eOk && table->getAt(newVal, id) != Acad::eOk) return Acad::eKeyNotFound;
+        if (!id.isNull()) return setLayer(id, doSubents, allowHiddenLayer);
+    }
+    std::string raw = db ? db->encode(newVal) : dxf::toUtf8(newVal);
+    acdbHostSetBodyValue(record_.mutableTags(), 8, raw, "AcDbEntity");
+    return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbEntity::setLayer(AcDbObjectId newVal, bool doSubents, bool allowHiddenLayer)
+{
+    assertWriteEnabled();
+    AcDbLayerTableRecord* layer = nullptr;
+    if (acdbOpenObject(layer, newVal, AcDb::kForRead) != Acad::eOk) return Acad::eInvalidInput;
+    std::wstring name = layer->getName();
+    layer->close();
+    AcDbDatabase* db = database();
+    if (db && newVal.database() != db) return Acad::eWrongDatabase;
+    std::string raw = db ? db->encode(name) : dxf::toUtf8(name);
+    std::string_view cur;
+    if (!(acdbHostBodyValue(record_, 8, cur) && cur == raw)) acdbHostSetBodyValue(record_.mutableTags(), 8, raw, "AcDbEntity");
+    if (doSubents && subents_)
+        for (AcDbObjectId sub : *subents_)
+            if (AcDbObject* o = sub.object()) {
+                std::string_view v;
+                if (!(acdbHostBodyValue(o->record(), 8, v) && v == raw)) {
+                    acdbHostSetBodyValue(o->record().mutableTags(), 8, raw, "AcDbEntity");
+                    o->hostSetModified();
+                }
+            }
+    return Acad::eOk;
+}
+
+bool AcDbEntity::isInPaperSpace() const
+{
+    std::string_view v;
+    long long n = 0;
+    return acdbHostBodyValue(record_, 67, v) && dxf::parseInt(v, n) && n == 1;
+}
+
+std::int16_t AcDbEntity::colorIndex() const
+{
+    std::string_view v;
+    long long n = 256;
+    if (acdbHostBodyValue(record_, 62, v)) dxf::parseInt(v, n);
+    return std::int16_t(n);
+}
+
+const std::vector<AcDbObjectId>& AcDbEntity::subEntities() const
+{
+    static const std::vector<AcDbObjectId> none;
+    return subents_ ? *subents_ : none;
+}
+
+void AcDbEntity::hostAddSubEntity(AcDbObjectId id)
+{
+    if (!subents_) subents_ = std::make_unique<std::vector<AcDbObjectId>>();
+    subents_->push_back(id);
+}
+
+// --- opening ---
+
+Acad::ErrorStatus acdbOpenObject(AcDbObject*& obj, AcDbObjectId id, AcDb::OpenMode mode, bool openErased)
+{
+    obj = nullptr;
+    if (id.isNull()) return Acad::eNullObjectId;
+    AcDbObject* o = id.object();
+    if (!o) return Acad::ePermanentlyErased;
+    if (o->isErased() && !openErased) return Acad::eWasErased;
+    switch (mode) {
+    case AcDb::kForRead:
+        if (o->isWriteEnabled() && o->isDatabaseResident() && !o->isNotifyEnabled()) {
+            // Reading an object open for write is refused, as the host does.
+            return Acad::eWasOpenForWrite;
+        }
+        break;
+    case AcDb::kForWrite:
+        if (o->isWriteEnabled()) return Acad::eWasOpenForWrite;
+        if (o->isReadEnabled()) return Acad::eWasOpenForRead;
+        break;
+    case AcDb::kForNotify:
+        break;
+    }
+    o->hostForceOpen(mode);
+    obj = o;
+    return Acad::eOk;
+}
+
+bool acdbRegApp(AcDbDatabase* db, const wchar_t* appName)
+{
+    return db && appName && db->regApp(appName);
+}
