@@ -15,7 +15,7 @@
 # The table is printed and written to build/bench/results.md.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-cd "$root"
+cd "$root" || exit 1
 
 sizes=("$@")
 [[ ${#sizes[@]} -gt 0 ]] || sizes=(10000 100000 1000000)

@@ -7,6 +7,7 @@
 #include <cwctype>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <unordered_map>
@@ -31,8 +32,7 @@ std::wstring upper(std::wstring s)
 struct AcDbDatabase::Impl {
     std::unique_ptr<dxf::DrawingText> text;
     std::deque<AcDbStub> stubs;
-    std::vector<std::pair<std::uint64_t, AcDbStub*>> byHandle;
-    bool sorted = true;
+    std::unordered_map<std::uint64_t, AcDbStub*> byHandle;
     std::uint64_t nextHandle = 1;
     std::uint64_t seedInFile = 0;
 
@@ -58,20 +58,12 @@ struct AcDbDatabase::Impl {
     bool adoptedSinceLoad = false;
     int classListener = 0;
 
-    AcDbStub* find(std::uint64_t h)
+    AcDbStub* find(std::uint64_t h) const
     {
-        if (!sorted) {
-            std::sort(byHandle.begin(), byHandle.end(), [](auto& a, auto& b) { return a.first < b.first; });
-            sorted = true;
-        }
-        auto it = std::lower_bound(byHandle.begin(), byHandle.end(), h, [](auto& a, std::uint64_t v) { return a.first < v; });
-        return it != byHandle.end() && it->first == h ? it->second : nullptr;
+        auto it = byHandle.find(h);
+        return it == byHandle.end() ? nullptr : it->second;
     }
-    void index(AcDbStub* s)
-    {
-        if (!byHandle.empty() && byHandle.back().first >= s->handle.value()) sorted = false;
-        byHandle.emplace_back(s->handle.value(), s);
-    }
+    void index(AcDbStub* s) { byHandle.emplace(s->handle.value(), s); }
 };
 
 const std::vector<AcDbDatabase*>& AcDbDatabase::hostAllDatabases() { return allDatabases(); }
@@ -427,7 +419,6 @@ struct DxfLoader {
     bool atEnd = false;
     std::vector<std::pair<AcDbObject*, std::size_t>> needHandle;
     std::unordered_map<std::wstring, std::size_t> classByDxf;
-    std::unordered_map<std::uint64_t, std::size_t> handleLine;
 
     struct Rec {
         std::size_t begin = 0, end = 0;
@@ -527,7 +518,39 @@ struct DxfLoader {
         return acrxProxyClass(lastName, parent, dxfName, app);
     }
 
+    struct Choice {
+        AcRxClass* cls;
+        bool proxy;
+    };
+    std::unordered_map<std::string, Choice> choices;
+
+    // The class of a record depends on its type, the CLASSES section and its
+    // last subclass marker only: decided once per kind of record.
     AcDbObject* makeObject(const Rec& r, bool entity)
+    {
+        std::string key(r.type);
+        key += entity ? '\x1e' : '\x1f';
+        if (r.nMarkers > 0) key += r.markers[r.nMarkers - 1];
+        auto it = choices.find(key);
+        if (it == choices.end()) it = choices.emplace(key, chooseClass(r, entity)).first;
+        AcRxClass* cls = it->second.cls;
+        bool proxy = it->second.proxy;
+        AcDbObject* obj = nullptr;
+        if (!proxy) {
+            AcRxObject* made = cls->create();
+            obj = AcDbObject::cast(made);
+            if (!obj || (entity && !AcDbEntity::cast(obj))) {
+                delete made;
+                obj = nullptr;
+            }
+        }
+        if (!obj) obj = entity ? new AcDbEntity : new AcDbObject;
+        if (obj->isA() != cls) obj->hostSetClass(cls);
+        obj->hostSetProxy(proxy);
+        return obj;
+    }
+
+    Choice chooseClass(const Rec& r, bool entity)
     {
         std::wstring type = dxf::fromUtf8(r.type);
         AcRxClass* cls = nullptr;
@@ -557,28 +580,14 @@ struct DxfLoader {
                 proxy = true;
             }
         }
-        AcDbObject* obj = nullptr;
-        if (!proxy) {
-            AcRxObject* made = cls->create();
-            obj = AcDbObject::cast(made);
-            if (!obj || (entity && !AcDbEntity::cast(obj))) {
-                delete made;
-                obj = nullptr;
-            }
-        }
-        if (!obj) obj = entity ? new AcDbEntity : new AcDbObject;
-        if (obj->isA() != cls) obj->hostSetClass(cls);
-        obj->hostSetProxy(proxy);
-        return obj;
+        return {cls, proxy};
     }
 
     AcDbObjectId adopt(AcDbObject* obj, const Rec& r, AcDbHandle defaultOwner)
     {
         AcDbStub* s;
         if (r.hasHandle) {
-            auto [it, fresh] = handleLine.emplace(r.handle.value(), r.handleOffset);
-            if (!fresh)
-                text.fail(r.handleOffset, "duplicate handle " + r.handle.str() + " (first used at " + text.where(it->second) + ")");
+            if (impl.find(r.handle.value())) duplicateHandle(r);
             s = db.hostNewStub(r.handle);
         } else {
             s = db.hostNewStub();
@@ -631,6 +640,25 @@ struct DxfLoader {
             }
         }
         return AcDbObjectId(s);
+    }
+
+    // Finds where the handle was first used, for the message.
+    [[noreturn]] void duplicateHandle(const Rec& r)
+    {
+        std::string first = "an earlier record";
+        dxf::Tokenizer again(text, 0, r.begin);
+        dxf::TagView t;
+        bool head = false;
+        while (again.next(t)) {
+            if (t.code == 0) head = true;
+            else if (t.code == 100) head = false;
+            AcDbHandle h;
+            if (head && (t.code == 5 || t.code == 105) && AcDbHandle::parse(t.value, h) && h == r.handle) {
+                first = text.where(t.offset);
+                break;
+            }
+        }
+        text.fail(r.handleOffset, "duplicate handle " + r.handle.str() + " (first used at " + first + ")");
     }
 
     void expectEndsec(const std::string& section)
@@ -991,8 +1019,18 @@ struct DxfWriter {
     AcDbDatabase::Impl& impl;
     std::string eol;
     std::string out;
+    // Where full chunks go; when empty, the whole text stays in `out`.
+    std::function<void(std::string_view)> sink;
 
     explicit DxfWriter(const AcDbDatabase& d) : db(d), impl(d.impl()), eol(d.impl().text ? d.impl().text->eol : "\n") {}
+
+    void flushIfFull()
+    {
+        if (sink && out.size() >= (1u << 20)) {
+            sink(out);
+            out.clear();
+        }
+    }
 
     void tag(int code, std::string_view v) { dxf::appendTag(out, code, v, eol); }
     void tags(const DxfTags& t, std::size_t from = 0, std::size_t to = SIZE_MAX)
@@ -1007,6 +1045,7 @@ struct DxfWriter {
 
     void object(AcDbObjectId id)
     {
+        flushIfFull();
         AcDbObject* o = id.object();
         if (!o || o->isErased()) return;
         if (auto* btr = AcDbBlockTableRecord::cast(o); btr && btr->hostVirtual) return;
@@ -1052,7 +1091,7 @@ struct DxfWriter {
 
     std::string run()
     {
-        out.reserve(impl.text ? impl.text->text.size() + 4096 : 1 << 16);
+        out.reserve(sink ? (2u << 20) : impl.text ? impl.text->text.size() + 4096 : 1 << 16);
         out += impl.prefix;
         bool needClasses = !db.isR12OrOlder() &&
                            std::none_of(impl.sections.begin(), impl.sections.end(),
@@ -1102,6 +1141,7 @@ struct DxfWriter {
                 break;
             case AcDbDatabase::Impl::Raw:
                 out.append(s.raw);
+                flushIfFull();
                 break;
             }
             tag(0, "ENDSEC");
@@ -1116,6 +1156,10 @@ struct DxfWriter {
             }
         }
         tag(0, "EOF");
+        if (sink) {
+            sink(out);
+            out.clear();
+        }
         return std::move(out);
     }
 };
@@ -1124,7 +1168,6 @@ std::string AcDbDatabase::dxfText() const { return DxfWriter(*this).run(); }
 
 void AcDbDatabase::writeDxf(const std::string& path) const
 {
-    std::string text = dxfText();
     namespace fs = std::filesystem;
     fs::path target(path);
     fs::path dir = target.has_parent_path() ? target.parent_path() : fs::path(".");
@@ -1133,22 +1176,37 @@ void AcDbDatabase::writeDxf(const std::string& path) const
     name.push_back('\0');
     int fd = ::mkstemp(name.data());
     if (fd < 0) throw std::runtime_error(path + ": cannot write: " + std::strerror(errno));
-    const char* p = text.data();
-    std::size_t left = text.size();
-    while (left > 0) {
-        ssize_t n = ::write(fd, p, left);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            int err = errno;
-            ::close(fd);
-            ::unlink(name.data());
-            throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+    auto failed = [&](int err) {
+        ::close(fd);
+        ::unlink(name.data());
+        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+    };
+    DxfWriter w(*this);
+    // Written in chunks: the drawing is not held twice in memory.
+    w.sink = [&](std::string_view chunk) {
+        while (!chunk.empty()) {
+            ssize_t n = ::write(fd, chunk.data(), chunk.size());
+            if (n < 0) {
+                if (errno == EINTR) continue;
+                failed(errno);
+            }
+            chunk.remove_prefix(std::size_t(n));
         }
-        p += n;
-        left -= std::size_t(n);
+    };
+    try {
+        w.run();
+    } catch (...) {
+        ::close(fd);
+        ::unlink(name.data());
+        throw;
     }
     ::fchmod(fd, 0644);
-    if (::close(fd) != 0 || ::rename(name.data(), path.c_str()) != 0) {
+    if (::close(fd) != 0) {
+        int err = errno;
+        ::unlink(name.data());
+        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+    }
+    if (::rename(name.data(), path.c_str()) != 0) {
         int err = errno;
         ::unlink(name.data());
         throw std::runtime_error(path + ": cannot write: " + std::strerror(err));

@@ -453,7 +453,9 @@ Acad::ErrorStatus AcDbObject::setXData(const ResBufList& items)
         if (tags[i].code == 1001) existing.push_back({upper(conv.toItem(tags[i]).str), {}});
         if (!existing.empty()) existing.back().second.push_back(tags[i]);
     }
-    for (auto& [key, list] : groups) {
+    for (auto& group : groups) {
+        const std::wstring& key = group.first;
+        const ResBufList& list = group.second;
         DxfTags t;
         if (list.size() > 1) itemsToTags(conv, list, t);
         auto it = std::find_if(existing.begin(), existing.end(), [&](auto& e) { return e.first == key; });

@@ -207,13 +207,14 @@ DxfTag AcDbDxfFiler::toTag(const ResBuf& item) const
         t.value = std::to_string(item.integer);
         break;
     case dxf::ValueType::Bool:
-        t.value = item.integer ? "1" : "0";
+        t.value = std::string(1, item.integer ? '1' : '0');
         break;
     case dxf::ValueType::Binary: {
         static const char* digits = "0123456789ABCDEF";
-        for (std::uint8_t b : item.binary) {
-            t.value += digits[b >> 4];
-            t.value += digits[b & 15];
+        t.value.assign(item.binary.size() * 2, '0');
+        for (std::size_t i = 0; i < item.binary.size(); ++i) {
+            t.value[2 * i] = digits[item.binary[i] >> 4];
+            t.value[2 * i + 1] = digits[item.binary[i] & 15];
         }
         break;
     }

@@ -72,9 +72,8 @@ AcRxClass* AcRxDictionary::isA() const { return desc(); }
 
 AcRxObject* AcRxDictionary::at(const std::wstring& key) const
 {
-    for (auto& [k, v] : entries_)
-        if (k == key) return v;
-    return nullptr;
+    auto it = index_.find(key);
+    return it == index_.end() ? nullptr : it->second;
 }
 
 AcRxObject* AcRxDictionary::atPut(const std::wstring& key, AcRxObject* obj)
@@ -83,9 +82,11 @@ AcRxObject* AcRxDictionary::atPut(const std::wstring& key, AcRxObject* obj)
         if (k == key) {
             AcRxObject* old = v;
             v = obj;
+            index_[key] = obj;
             return old;
         }
     entries_.emplace_back(key, obj);
+    index_[key] = obj;
     return nullptr;
 }
 
@@ -95,6 +96,7 @@ AcRxObject* AcRxDictionary::remove(const std::wstring& key)
         if (it->first == key) {
             AcRxObject* old = it->second;
             entries_.erase(it);
+            index_.erase(key);
             return old;
         }
     return nullptr;

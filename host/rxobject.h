@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <unordered_map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -68,6 +69,7 @@ public:
 
 private:
     std::vector<std::pair<std::wstring, AcRxObject*>> entries_;
+    std::unordered_map<std::wstring, AcRxObject*> index_;
 };
 
 // The system registry; its entry "ClassDictionary" holds every registered class.

@@ -12,7 +12,7 @@
 # Exits non-zero if a target fails to build or any run finds a fault.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-cd "$root"
+cd "$root" || exit 1
 
 seconds=${1:-60}
 if ! [[ $seconds =~ ^[0-9]+$ ]] || [[ $seconds -eq 0 ]]; then

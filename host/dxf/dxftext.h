@@ -26,7 +26,8 @@ public:
 enum class ValueType : std::uint8_t { String, Double, Int16, Int32, Int64, Bool, Binary, Handle };
 
 // The value type the DXF reference gives a group code. Unknown codes are
-// String. Used for binary DXF decoding and for typed access to tags.
+// String; 5 (entity handle) is Handle like 105. Used for binary DXF decoding
+// and for typed access to tags.
 ValueType valueType(int code);
 
 // One tag of ASCII DXF text. `value` is the value line without its line end
@@ -47,8 +48,8 @@ struct DrawingText {
     // of the start of every tag, sorted by text offset; used for messages only.
     std::vector<std::pair<std::size_t, std::size_t>> binaryOffsets;
 
-    // "line N" for ASCII input, "byte N" for binary input, for the tag that
-    // starts at `textOffset`.
+    // "line N" for ASCII input (1-based), "byte N" for binary input (offset
+    // from the start of the file), for the tag that starts at `textOffset`.
     std::string where(std::size_t textOffset) const;
     // "FILE: line N: message"
     [[noreturn]] void fail(std::size_t textOffset, const std::string& message) const;
@@ -57,8 +58,9 @@ struct DrawingText {
 // Reads a drawing file. Binary DXF (the 22-byte sentinel
 // "AutoCAD Binary DXF\r\n\x1a\0") is converted to ASCII DXF text: group codes
 // as decimal, reals in shortest round-trip form, binary chunks as upper-case
-// hex. Throws ParseError for an unreadable file, a file that is not DXF, and a
-// truncated or malformed binary stream.
+// hex, line breaks inside strings as "^J"/"^M"; conversion stops after the
+// (0, EOF) tag. Throws ParseError for an unreadable file, a file that is not
+// DXF, and a truncated or malformed binary stream.
 DrawingText loadDrawingText(const std::string& path);
 // The same from bytes in memory (fuzzing, tests); `name` is used in messages.
 DrawingText drawingTextFromBytes(std::string bytes, const std::string& name);
@@ -86,7 +88,8 @@ std::vector<TagView> splitTags(std::string_view text);
 // columns as the common writers do ("  0", " 10", "100", "1001").
 void appendTag(std::string& out, int code, std::string_view value, std::string_view eol);
 
-// Shortest text that reads back as the same double.
+// Shortest text that reads back as the same double; integral values keep a
+// decimal point ("10.0") as DXF writers do.
 std::string formatDouble(double v);
 // Lenient number reading of a value line (blanks around allowed).
 // Return false when the text is not a number.
