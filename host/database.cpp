@@ -153,6 +153,12 @@ AcDbObjectId AcDbDatabase::hostAdopt(AcDbObject* obj, AcDbHandle h)
     AcDbStub* s = hostNewStub(h);
     s->object = obj;
     obj->hostAttach(s);
+    if (obj->hostTagsUtf8() && !codec_.isUtf8()) {
+        DxfTags& tags = obj->record().mutableTags();
+        for (DxfTag& t : tags)
+            if (dxf::valueType(t.code) == dxf::ValueType::String) t.value = codec_.encode(dxf::fromUtf8(t.value));
+    }
+    obj->hostSetTagsUtf8(codec_.isUtf8());
     obj->hostSyncHead();
     ++dbmod_;
     impl_->adoptedSinceLoad = true;
@@ -200,6 +206,7 @@ void AcDbDatabase::hostAppendToBlock(AcDbBlockTableRecord* btr, AcDbEntity* ent)
     if (isR12OrOlder()) std::erase_if(tags, [](const DxfTag& t) { return t.code == 100 || t.code == 330; });
     bool paper = btr->objectId() == paperSpace_;
     if (paper) acdbHostSetBodyValue(tags, 67, "1", "AcDbEntity");
+    else if (btr->objectId() == modelSpace_) acdbHostRemoveBodyValue(tags, 67);  // a copy of a paper-space entity
     btr->hostEntities().push_back(id);
     if (paper || btr->objectId() == modelSpace_) impl_->entities.push_back(id);
     hostObjectAppended(ent);
@@ -272,8 +279,11 @@ AcDbLayerTableRecord* AcDbDatabase::newLayerRecord() const
     if (l.bodyBegin == l.xdataBegin)  // no subclass markers: an old drawing
         for (std::size_t i = 1; i < l.xdataBegin; ++i)
             if (tags[i].code != 5 && tags[i].code != 330) out.push_back(tags[i]);
-    for (auto& t : out)
+    for (auto& t : out) {
         if (t.code == 70) t.value = "0";
+        // A new object holds UTF-8 until it joins the drawing.
+        else if (dxf::valueType(t.code) == dxf::ValueType::String) t.value = dxf::toUtf8(codec_.decode(t.value));
+    }
     rec->record().assign(std::move(out));
     rec->setName(L"0");
     return rec;
@@ -379,9 +389,11 @@ Acad::ErrorStatus AcDbDatabase::deepCloneObjects(const AcDbObjectIdArray& ids, A
         AcDbObject* o = src.object();
         auto* ent = AcDbEntity::cast(o);
         if (!ent || src.database() != this) continue;
-        ent->hostForceOpen(AcDb::kForRead);
+        // Sources and owner the caller holds open stay open as they were.
+        const bool wasReadable = ent->isReadEnabled();
+        if (!wasReadable) ent->hostForceOpen(AcDb::kForRead);
         auto* copy = AcDbEntity::cast(static_cast<AcDbObject*>(ent->clone()));
-        ent->hostForceClosed();
+        if (!wasReadable) ent->hostForceClosed();
         if (!copy) continue;
         // The copy gets its own handle and no reactors of the source.
         DxfTags& tags = copy->record().mutableTags();
@@ -397,10 +409,11 @@ Acad::ErrorStatus AcDbDatabase::deepCloneObjects(const AcDbObjectIdArray& ids, A
             kept.push_back(tags[i]);
         }
         tags = std::move(kept);
-        btr->hostForceOpen(AcDb::kForWrite);
+        const bool wasWritable = btr->isWriteEnabled();
+        if (!wasWritable) btr->hostForceOpen(AcDb::kForWrite);
         AcDbObjectId id;
         btr->appendAcDbEntity(id, copy);
-        btr->hostForceClosed();
+        if (!wasWritable) btr->close();
         copy->hostForceClosed();
         idMap.assign({src, id});
     }
@@ -450,6 +463,8 @@ struct DxfLoader {
     {
         dxf::TagView t;
         if (!nextTag(t)) return false;
+        while (t.code == 999)  // a comment between records
+            if (!nextTag(t)) return false;
         if (t.code != 0) text.fail(t.offset, "expected group code 0, found " + std::to_string(t.code));
         r = Rec();
         r.begin = t.offset;
@@ -587,7 +602,10 @@ struct DxfLoader {
     {
         AcDbStub* s;
         if (r.hasHandle) {
-            if (impl.find(r.handle.value())) duplicateHandle(r);
+            if (impl.find(r.handle.value())) {
+                delete obj;  // not attached yet: nobody else owns it
+                duplicateHandle(r);
+            }
             s = db.hostNewStub(r.handle);
         } else {
             s = db.hostNewStub();
@@ -595,6 +613,7 @@ struct DxfLoader {
         }
         s->object = obj;
         obj->hostAttach(s);
+        obj->hostSetTagsUtf8(db.codec().isUtf8());
         obj->hostSetOwnerHandle(r.owner.isNull() ? defaultOwner : r.owner);
         if (!obj->filesItself()) {
             obj->record() = TagRecord(raw(r));
@@ -672,6 +691,10 @@ struct DxfLoader {
     {
         Rec r;
         bool sawEof = false;
+        // A drawing without a header is an old one.
+        db.version_ = "AC1009";
+        db.codec_ = dxf::Codec::forDrawing(db.version_, "");
+        db.writesHandles_ = false;
         // Comments before the first section are kept.
         {
             dxf::TagView t;
@@ -750,13 +773,26 @@ struct DxfLoader {
         try {
             db.codec_ = dxf::Codec::forDrawing(db.version_, dxf::trim(cp));
         } catch (const dxf::UnknownCodePage&) {
-            text.fail(0, "unknown code page '" + std::string(dxf::trim(cp)) + "' ($DWGCODEPAGE)");
+            // Point at the variable's value in the header.
+            std::size_t at = 0;
+            if (std::string_view raw = impl.header.raw(); !raw.empty()) {
+                std::size_t begin = std::size_t(raw.data() - text.text.data());
+                dxf::Tokenizer tk2(text, begin, begin + raw.size());
+                dxf::TagView t;
+                for (bool next = false; tk2.next(t); next = t.code == 9 && t.value == "$DWGCODEPAGE")
+                    if (next) {
+                        at = t.offset;
+                        break;
+                    }
+            }
+            text.fail(at, "unknown code page '" + std::string(dxf::trim(cp)) + "' ($DWGCODEPAGE)");
         }
         if (db.getHeaderVar("$HANDSEED", v)) {
             AcDbHandle h;
             if (AcDbHandle::parse(v, h)) impl.seedInFile = h.value();
         }
         std::string handling;
+        db.writesHandles_ = true;
         if (db.isR12OrOlder() && db.getHeaderVar("$HANDLING", handling)) {
             long long n = 0;
             dxf::parseInt(handling, n);

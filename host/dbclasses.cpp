@@ -139,8 +139,13 @@ template <std::size_t I>
 AcRxObject* makeGeneric()
 {
     AcRxClass* cls = acrxFindClass(kGeneric[I].name);
+    // An instance of the nearest host class with a C++ type, so that cast() to it works.
     AcDbObject* o;
-    if (cls && cls->isDerivedFrom(AcDbEntity::desc())) o = new AcDbEntity;
+    if (cls && cls->isDerivedFrom(AcDbText::desc())) o = new AcDbText;
+    else if (cls && cls->isDerivedFrom(AcDbBlockReference::desc())) o = new AcDbBlockReference;
+    else if (cls && cls->isDerivedFrom(AcDbRasterImage::desc())) o = new AcDbRasterImage;
+    else if (cls && cls->isDerivedFrom(AcDbCurve::desc())) o = new AcDbCurve;
+    else if (cls && cls->isDerivedFrom(AcDbEntity::desc())) o = new AcDbEntity;
     else if (cls && cls->isDerivedFrom(AcDbDictionary::desc())) o = new AcDbDictionary;
     else if (cls && cls->isDerivedFrom(AcDbSymbolTableRecord::desc())) o = new AcDbSymbolTableRecord;
     else if (cls && cls->isDerivedFrom(AcDbSymbolTable::desc())) o = new AcDbSymbolTable;
@@ -315,8 +320,20 @@ int AcDbViewport::number() const
 std::wstring AcDbLayout::getLayoutName() const
 {
     assertReadEnabled();
-    std::string_view v;
-    return acdbHostBodyValue(record_, 1, v) && database() ? database()->decode(v) : L"";
+    // The 1 of the layout's own subclass, not the page setup name before it.
+    bool inLayout = false;
+    std::string_view name;
+    bool found = false;
+    record_.scan([&](int code, std::string_view v) {
+        if (code == 100) inLayout = v == "AcDbLayout";
+        else if (inLayout && code == 1) {
+            name = v;
+            found = true;
+            return false;
+        }
+        return code < 1000;
+    });
+    return found && database() ? database()->decode(name) : L"";
 }
 
 AcDbObjectId AcDbLayout::getBlockTableRecordId() const

@@ -15,8 +15,9 @@ static std::wstring upper(std::wstring s)
 
 AcDbDictionary::AcDbDictionary()
 {
+    // Entries are read from the record on first use: the loader and the
+    // filers give the record after construction.
     record_.assign({{0, "DICTIONARY"}, {100, "AcDbDictionary"}, {281, "1"}});
-    loaded_ = true;
 }
 
 void AcDbDictionary::hostLoadEntries() const
@@ -179,12 +180,14 @@ Acad::ErrorStatus AcDbDictionary::setAt(const wchar_t* key, AcDbObject* obj, AcD
     if (i >= 0) {
         RawEntry& e = entries_[std::size_t(i)];
         if (e.handle != id.handle()) {
+            // The entry names the new object before the old one is erased:
+            // erasing drops the entry that still names the erased object.
             AcDbObjectId old = db->idOf(e.handle);
+            e.handle = id.handle();
             if (AcDbObject* o = old.object()) {
                 o->hostSetErased(true);
                 db->hostObjectErased(o);
             }
-            e.handle = id.handle();
         }
     } else {
         entries_.push_back({db->encode(k), id.handle(), isHardOwner() ? 360 : 350});

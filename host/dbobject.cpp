@@ -180,7 +180,10 @@ Acad::ErrorStatus AcDbObject::close()
         --notify_;
     } else if (writer_) {
         writer_ = false;
-        if (modified_) database()->hostObjectModified(this);
+        if (modified_) {
+            modified_ = false;
+            database()->hostObjectModified(this);
+        }
     } else if (readers_ > 0) {
         --readers_;
     } else {
@@ -555,6 +558,7 @@ AcRxObject* AcDbObject::clone() const
     }
     copy->class_ = class_;
     copy->proxy_ = proxy_;
+    copy->tagsUtf8_ = tagsUtf8_;
     AcDbMemoryFiler filer(database(), AcDb::kCopyFiler);
     if (dwgOutFields(&filer) != Acad::eOk) {
         delete copy;
@@ -676,8 +680,9 @@ Acad::ErrorStatus AcDbEntity::setLayer(const wchar_t* newVal, bool doSubents, bo
 Acad::ErrorStatus AcDbEntity::setLayer(AcDbObjectId newVal, bool doSubents, bool allowHiddenLayer)
 {
     assertWriteEnabled();
+    // Opened for notify: a layer just added is still open for write.
     AcDbLayerTableRecord* layer = nullptr;
-    if (acdbOpenObject(layer, newVal, AcDb::kForRead) != Acad::eOk) return Acad::eInvalidInput;
+    if (acdbOpenObject(layer, newVal, AcDb::kForNotify) != Acad::eOk) return Acad::eInvalidInput;
     std::wstring name = layer->getName();
     layer->close();
     AcDbDatabase* db = database();

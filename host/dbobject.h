@@ -229,6 +229,10 @@ public:
     // Writes the handle and owner into the record head (new or moved objects).
     void hostSyncHead();
     AcRxClass* hostClass() const { return class_; }
+    // Texts in the tags are UTF-8 until the object joins a drawing, whose
+    // encoding they then take.
+    bool hostTagsUtf8() const { return tagsUtf8_; }
+    void hostSetTagsUtf8(bool v) { tagsUtf8_ = v; }
 
 protected:
     TagRecord record_;
@@ -243,6 +247,7 @@ private:
     bool erased_ = false;
     bool proxy_ = false;
     bool modified_ = false;
+    bool tagsUtf8_ = true;
 };
 
 class AcDbEntity : public AcDbObject {

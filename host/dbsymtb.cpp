@@ -95,6 +95,7 @@ Acad::ErrorStatus AcDbSymbolTable::add(AcDbObjectId& id, AcDbSymbolTableRecord* 
     if (!acdbIsValidSymbolName(name)) return Acad::eInvalidSymbolTableName;
     if (has(name.c_str())) return Acad::eDuplicateRecordName;
     id = db->hostAdopt(rec);
+    rec->hostForceOpen(AcDb::kForWrite);
     rec->setOwnerId(objectId());
     if (db->isR12OrOlder()) {
         DxfTags& tags = rec->record().mutableTags();

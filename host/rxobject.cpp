@@ -104,8 +104,11 @@ AcRxObject* AcRxDictionary::remove(const std::wstring& key)
 
 AcRxDictionary* acrxSysRegistry() { return &reg().sys; }
 AcRxDictionary* acrxClassDictionary() { return &reg().classes; }
+void acdbRegisterHostClasses();
+
 AcRxClass* acrxFindClass(const std::wstring& name)
 {
+    acdbRegisterHostClasses();  // the host's classes are there before any module looks for a parent
     return static_cast<AcRxClass*>(reg().classes.at(name));
 }
 void acrxBuildClassHierarchy() {}

@@ -104,13 +104,16 @@ AcRxClass* acrxProxyClass(const std::wstring& name, AcRxClass* parent, const std
 #define ZEFT_WIDEN_(x) L##x
 #define ZEFT_WIDEN(x) ZEFT_WIDEN_(x)
 
+// cast() also checks the C++ type: a proxy, or an object of a class the host
+// knows by name only, is of its class to isKindOf() without being an
+// instance of the class's C++ type.
 #define ACRX_DECLARE_MEMBERS(CLASS_NAME)            \
 public:                                             \
     static AcRxClass* desc();                       \
     static CLASS_NAME* cast(const AcRxObject* obj)  \
     {                                               \
         return (obj && obj->isKindOf(desc()))       \
-                   ? static_cast<CLASS_NAME*>(const_cast<AcRxObject*>(obj)) \
+                   ? dynamic_cast<CLASS_NAME*>(const_cast<AcRxObject*>(obj)) \
                    : nullptr;                       \
     }                                               \
     AcRxClass* isA() const override;                \

@@ -25,7 +25,6 @@ struct TypeTable {
         auto set = [this](int lo, int hi, ValueType v) {
             for (int c = lo; c <= hi; ++c) type[static_cast<std::size_t>(c)] = v;
         };
-        set(5, 5, ValueType::Handle);  // entity handle, like 105
         set(10, 59, ValueType::Double);
         set(60, 79, ValueType::Int16);
         set(90, 99, ValueType::Int32);

@@ -26,8 +26,7 @@ public:
 enum class ValueType : std::uint8_t { String, Double, Int16, Int32, Int64, Bool, Binary, Handle };
 
 // The value type the DXF reference gives a group code. Unknown codes are
-// String; 5 (entity handle) is Handle like 105. Used for binary DXF decoding
-// and for typed access to tags.
+// String. Used for binary DXF decoding and for typed access to tags.
 ValueType valueType(int code);
 
 // One tag of ASCII DXF text. `value` is the value line without its line end

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 
 namespace {
 
@@ -140,18 +139,6 @@ TEST(Codec, Utf8Helpers) {
     EXPECT_EQ(dxf::toUtf8(dxf::fromUtf8("bad\xff name")), "bad\xff name");  // file names survive
     EXPECT_EQ(dxf::toUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xef\xbf\xbd");
     EXPECT_EQ(dxf::fromUtf8("\\U+4E2D"), L"\\U+4E2D");  // no DXF escapes here
-}
-
-TEST(Codec, TablesAreSharedSafelyBetweenThreads) {
-    std::vector<std::thread> threads;
-    std::vector<std::wstring> results(8);
-    for (std::size_t k = 0; k < results.size(); ++k) {
-        threads.emplace_back([&results, k] {
-            results[k] = Codec::forDrawing("AC1015", k % 2 ? "ANSI_1257" : "DOS869").decode("\xe0\xe1");
-        });
-    }
-    for (auto& t : threads) t.join();
-    for (std::size_t k = 2; k < results.size(); ++k) EXPECT_EQ(results[k], results[k % 2]);
 }
 
 // Every string of every corpus drawing survives decode and encode: byte for

@@ -1,0 +1,268 @@
+#!/usr/bin/python3
+"""zeftlayer's command line and `zeftlayer convert`, driven as a user would:
+exit codes and messages, drawings an independent reader accepts after the
+conversion, and bad inputs that fail cleanly without leaving files behind."""
+import os
+import re
+import tempfile
+import unittest
+
+import common
+from common import ezdxf
+
+ZEFT = common.program("zeftlayer")
+BINARY_DRAWING = "dxf/ezdxf/integration_tests/data/bin_dxf_r2000.dxf"
+
+
+class Drawing:
+    """An ASCII drawing as a list of [code line, value line] pairs, for surgery."""
+
+    def __init__(self, path):
+        with open(path, "rb") as f:
+            data = f.read()
+        self.eol = b"\r\n" if b"\r\n" in data[:200] else b"\n"
+        lines = data.split(self.eol)
+        if lines and lines[-1] == b"":
+            lines.pop()
+        self.tags = [[lines[i], lines[i + 1]] for i in range(0, len(lines) - 1, 2)]
+
+    def find(self, code, value, start=0):
+        for i in range(start, len(self.tags)):
+            c, v = self.tags[i]
+            if c.strip() == str(code).encode() and v.strip() == value.encode():
+                return i
+        raise LookupError(f"no tag {code}/{value} after tag {start}")
+
+    def line_of(self, index):
+        """1-based line number of the code line of tag `index`."""
+        return 2 * index + 1
+
+    def bytes(self):
+        return b"".join(c + self.eol + v + self.eol for c, v in self.tags)
+
+    def entity_handles(self, kind, count):
+        """Indexes of the handle tags of the first `count` entities of `kind` in ENTITIES."""
+        i = self.find(2, "ENTITIES")
+        found = []
+        while len(found) < count:
+            i = self.find(0, kind, i + 1)
+            found.append(self.find(5, self.tags[i + 1][1].decode().strip(), i + 1))
+        return found
+
+
+class Cli(unittest.TestCase):
+    def test_help_and_version_succeed(self):
+        for args, expect in [(["--help"], "Usage: zeftlayer COMMAND"), (["-h"], "Usage: zeftlayer COMMAND"),
+                             (["help"], "Commands:"), (["help", "convert"], "Usage: zeftlayer convert"),
+                             (["convert", "--help"], "Usage: zeftlayer convert"),
+                             (["--version"], "zeftlayer "), (["-V"], "zeftlayer ")]:
+            with self.subTest(args=args):
+                p = common.run([ZEFT] + args)
+                self.assertEqual(p.returncode, 0, p.stderr)
+                self.assertIn(expect, p.stdout)
+                self.assertEqual(p.stderr, "")
+        self.assertRegex(common.run([ZEFT, "--version"]).stdout, r"^zeftlayer \d+\.\d+\.\d+\n$")
+
+    def test_usage_errors_exit_2_with_a_message(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            out = os.path.join(tmp, "out.dxf")
+            cases = [
+                ([], "Usage: zeftlayer"),
+                (["frobnicate"], "unknown command 'frobnicate'"),
+                (["--frobnicate"], "unknown command '--frobnicate'"),
+                (["help", "frobnicate"], "unknown command 'frobnicate'"),
+                (["convert"], "expected IN and OUT"),
+                (["convert", common.SAMPLE], "expected IN and OUT"),
+                (["convert", common.SAMPLE, out, "extra.dxf"], "expected IN and OUT"),
+                (["convert", "--frobnicate", common.SAMPLE, out], "unknown option '--frobnicate'"),
+                (["convert", common.SAMPLE, common.SAMPLE], "OUT must not be the input"),
+            ]
+            for args, message in cases:
+                with self.subTest(args=args):
+                    p = common.run([ZEFT] + args)
+                    self.assertEqual(p.returncode, 2, p.stdout + p.stderr)
+                    self.assertIn(message, p.stdout + p.stderr)
+                    self.assertEqual(os.listdir(tmp), [])
+
+
+class ConvertGoodDrawings(unittest.TestCase):
+    def convert_and_compare(self, source, version):
+        with tempfile.TemporaryDirectory() as tmp:
+            out = os.path.join(tmp, "out.dxf")
+            p = common.run([ZEFT, "convert", source, out])
+            self.assertEqual(p.returncode, 0, p.stderr)
+            self.assertEqual(p.stdout, f"{source} -> {out} ({version})\n")
+            self.assertEqual(os.listdir(tmp), ["out.dxf"])
+            with open(out, "rb") as f:
+                head = f.read(64)
+            self.assertFalse(head.startswith(b"AutoCAD Binary DXF"), "output must be ASCII DXF")
+            before, after = ezdxf.readfile(source), ezdxf.readfile(out)
+            self.assertEqual(after.dxfversion, version)
+            self.assertEqual(common.audit_errors(after), [])
+            self.assertEqual(common.contents(after), common.contents(before))
+            self.assertGreater(len(after.modelspace()), 0)
+            # The drawing reads again and converts to the same text.
+            again = os.path.join(tmp, "again.dxf")
+            p = common.run([ZEFT, "convert", "-q", out, again])
+            self.assertEqual((p.returncode, p.stdout, p.stderr), (0, "", ""))
+            with open(out, "rb") as a, open(again, "rb") as b:
+                self.assertEqual(a.read(), b.read())
+
+    def test_sample_drawing(self):
+        self.convert_and_compare(common.SAMPLE, "AC1027")
+
+    def test_binary_drawing(self):
+        source = common.corpus_file(BINARY_DRAWING)
+        if not source:
+            self.skipTest(f"corpus not found at {common.CORPUS_DIR}")
+        self.convert_and_compare(source, "AC1015")
+
+
+class ConvertBadInputs(unittest.TestCase):
+    """Every failure: exit 1, one line on stderr naming the file (and the line
+    or byte), nothing on stdout, no output or temporary file, an existing OUT
+    left as it was."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = tempfile.TemporaryDirectory()
+        cls.indir = os.path.join(cls.tmp.name, "in")
+        os.mkdir(cls.indir)
+        with open(common.SAMPLE, "rb") as f:
+            cls.sample = f.read()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.tmp.cleanup()
+
+    def write(self, name, data):
+        path = os.path.join(self.indir, name)
+        with open(path, "wb") as f:
+            f.write(data)
+        return path
+
+    def assert_fails_cleanly(self, source, where=None, mentions=()):
+        """`where`: a regex for the place ("line 12", r"line \\d+", r"byte \\d+")."""
+        outdir = tempfile.mkdtemp(dir=self.tmp.name)
+        out = os.path.join(outdir, "out.dxf")
+        p = common.run([ZEFT, "convert", source, out])
+        self.assertEqual(p.returncode, 1, p.stdout + p.stderr)
+        self.assertEqual(p.stdout, "")
+        lines = p.stderr.splitlines()
+        self.assertEqual(len(lines), 1, p.stderr)
+        message = lines[0]
+        self.assertTrue(message.startswith(f"zeftlayer: {source}: "), message)
+        if where:
+            self.assertRegex(message, rf"^zeftlayer: {re.escape(source)}: {where}: \S", message)
+        for text in mentions:
+            self.assertIn(text, message)
+        self.assertEqual(os.listdir(outdir), [], "nothing may be left in the output directory")
+
+        # An existing OUT stays as it was, and no temporary file is left beside it.
+        with open(out, "wb") as f:
+            f.write(b"precious\n")
+        stamp = os.stat(out).st_mtime_ns
+        p = common.run([ZEFT, "convert", source, out])
+        self.assertEqual(p.returncode, 1, p.stdout + p.stderr)
+        with open(out, "rb") as f:
+            self.assertEqual(f.read(), b"precious\n")
+        self.assertEqual(os.stat(out).st_mtime_ns, stamp)
+        self.assertEqual(os.listdir(outdir), ["out.dxf"])
+        return message
+
+    def test_truncated_in_a_value(self):
+        d = Drawing(common.SAMPLE)
+        i = len(d.tags) // 2
+        while len(d.tags[i][1]) < 4:
+            i += 1
+        cut = len(b"".join(c + d.eol + v + d.eol for c, v in d.tags[:i])) + len(d.tags[i][0] + d.eol) + 2
+        self.assert_fails_cleanly(self.write("cut_value.dxf", self.sample[:cut]), r"line \d+")
+
+    def test_truncated_after_a_group_code(self):
+        d = Drawing(common.SAMPLE)
+        i = len(d.tags) // 2
+        cut = len(b"".join(c + d.eol + v + d.eol for c, v in d.tags[:i])) + len(d.tags[i][0] + d.eol)
+        self.assert_fails_cleanly(self.write("cut_code.dxf", self.sample[:cut]), r"line \d+")
+
+    def test_truncated_binary_drawing(self):
+        source = common.corpus_file(BINARY_DRAWING)
+        if not source:
+            self.skipTest(f"corpus not found at {common.CORPUS_DIR}")
+        with open(source, "rb") as f:
+            data = f.read()
+        self.assert_fails_cleanly(self.write("cut_binary.dxf", data[: len(data) // 2 + 3]), r"byte \d+")
+
+    def test_not_a_drawing(self):
+        for name, data in [("image.dxf", b"\x89PNG\r\n\x1a\n\x00\x00\x00\rIHDR\x00\x00\x01\x00"),
+                           ("notes.dxf", b"Shopping list\nbread\nmilk\n"),
+                           ("empty.dxf", b"")]:
+            with self.subTest(name=name):
+                self.assert_fails_cleanly(self.write(name, data))
+
+    def test_missing_endsec(self):
+        # The message points at the record found where ENDSEC should be.
+        for section in ["HEADER", "CLASSES", "TABLES", "BLOCKS", "ENTITIES", "OBJECTS"]:
+            with self.subTest(section=section):
+                d = Drawing(common.SAMPLE)
+                i = d.find(0, "ENDSEC", d.find(2, section))
+                del d.tags[i]
+                self.assert_fails_cleanly(self.write(f"no_endsec_{section}.dxf", d.bytes()), f"line {d.line_of(i)}",
+                                          [f"section {section}"])
+
+    def test_missing_eof(self):
+        d = Drawing(common.SAMPLE)
+        self.assertEqual(d.tags[-1][1].strip(), b"EOF")
+        del d.tags[-1]
+        self.assert_fails_cleanly(self.write("no_eof.dxf", d.bytes()), r"line \d+", ["EOF"])
+
+    def test_malformed_group_code(self):
+        d = Drawing(common.SAMPLE)
+        i = d.find(0, "LINE", d.find(2, "ENTITIES")) + 3
+        d.tags[i][0] = b"abc"
+        self.assert_fails_cleanly(self.write("bad_code.dxf", d.bytes()), f"line {d.line_of(i)}", ["abc"])
+
+    def test_duplicate_handle(self):
+        d = Drawing(common.SAMPLE)
+        first, second = d.entity_handles("LINE", 2)
+        handle = d.tags[first][1].decode().strip()
+        d.tags[second][1] = d.tags[first][1]
+        message = self.assert_fails_cleanly(self.write("dup_handle.dxf", d.bytes()), f"line {d.line_of(second)}",
+                                            [handle])
+        self.assertIn(f"line {d.line_of(first)}", message, "the message names the first use too")
+
+    def test_invalid_handle(self):
+        d = Drawing(common.SAMPLE)
+        (i,) = d.entity_handles("LINE", 1)
+        d.tags[i][1] = b"XYZ!"
+        self.assert_fails_cleanly(self.write("bad_handle.dxf", d.bytes()), f"line {d.line_of(i)}", ["XYZ!"])
+
+    def test_unknown_code_page(self):
+        d = Drawing(common.SAMPLE)
+        d.tags[d.find(9, "$ACADVER") + 1][1] = b"AC1015"
+        i = d.find(9, "$DWGCODEPAGE") + 1
+        d.tags[i][1] = b"FOO_999"
+        self.assert_fails_cleanly(self.write("codepage.dxf", d.bytes()), f"line {d.line_of(i)}", ["FOO_999"])
+
+    def test_missing_input(self):
+        self.assert_fails_cleanly(os.path.join(self.indir, "does_not_exist.dxf"))
+
+    def test_unwritable_output(self):
+        targets = [os.path.join(self.tmp.name, "no_such_dir", "out.dxf")]
+        if os.geteuid() != 0:  # root writes into read-only directories
+            readonly = tempfile.mkdtemp(dir=self.tmp.name)
+            os.chmod(readonly, 0o555)
+            targets.append(os.path.join(readonly, "out.dxf"))
+        for out in targets:
+            with self.subTest(out=out):
+                p = common.run([ZEFT, "convert", common.SAMPLE, out])
+                self.assertEqual(p.returncode, 1, p.stdout + p.stderr)
+                self.assertEqual(p.stdout, "")
+                self.assertEqual(len(p.stderr.splitlines()), 1, p.stderr)
+                self.assertTrue(p.stderr.startswith(f"zeftlayer: {out}: "), p.stderr)
+                self.assertFalse(os.path.exists(out))
+                if os.path.isdir(os.path.dirname(out)):
+                    self.assertEqual(os.listdir(os.path.dirname(out)), [])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,325 @@
+// Extended data, the binary and DXF filers, and copies made through them.
+#include "host/database.h"
+#include "host/dbclasses.h"
+#include "host/filer.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cwctype>
+#include <random>
+
+namespace {
+
+using namespace Acad;
+using AcDb::kForRead;
+using AcDb::kForWrite;
+using Texts = std::vector<std::wstring>;
+
+AcDbObjectId addLine(AcDbDatabase& db) {
+    AcDbObjectPointer<AcDbBlockTableRecord> ms(db.modelSpaceId(), kForWrite);
+    AcDbObjectPointer<AcDbLine> line(new AcDbLine({0, 0, 0}, {10, 0, 0}));
+    AcDbObjectId id;
+    EXPECT_EQ(ms->appendAcDbEntity(id, line.object()), eOk);
+    return id;
+}
+
+ResBuf item(short code, std::int64_t integer, std::vector<std::uint8_t> binary = {}) {
+    ResBuf r;
+    r.restype = code;
+    r.integer = integer;
+    r.binary = std::move(binary);
+    return r;
+}
+
+ResBufList everyKind(AcDbHandle h) {
+    ResBuf handle = item(1005, 0);
+    handle.handle = h;
+    return {ResBuf::text(1001, L"ZeftApp"),      ResBuf::text(1000, L"Mod\u00e8le \u4e2d"),
+            ResBuf::text(1002, L"{"),            ResBuf::text(1003, L"0"),
+            item(1004, 0, {0x00, 0x7F, 0xFF}),   handle,
+            ResBuf::pt(1010, {1, 2, 3}),         ResBuf::pt(1011, {-1.5, 0, 1e-7}),
+            ResBuf::pt(1012, {0.1, 0.2, 0}),     ResBuf::pt(1013, {4, 5, 6}),
+            ResBuf::real64(1040, 0.1),           ResBuf::real64(1041, 2.5),
+            ResBuf::real64(1042, -1e-9),         ResBuf::int16(1070, -2),
+            ResBuf::int32(1071, 70000),          item(1070, 70000),  // 16 bits: filed as 4464
+            ResBuf::text(1002, L"}")};
+}
+
+// Compares the value each item's code carries.
+void expectSame(const ResBufList& got, ResBufList want) {
+    ASSERT_EQ(got.size(), want.size());
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        const ResBuf &g = got[i], &w = want[i];
+        const int c = w.restype;
+        SCOPED_TRACE(c);
+        EXPECT_EQ(g.restype, c);
+        if (c >= 1010 && c <= 1013) {
+            EXPECT_EQ(g.point, w.point);
+        } else if (c >= 1040 && c <= 1042) {
+            EXPECT_EQ(g.real, w.real);
+        } else if (c >= 1070) {
+            EXPECT_EQ(g.integer, c == 1070 ? w.rint() : w.integer);
+        } else if (c == 1004 || c == 1005) {
+            EXPECT_EQ(g.binary, w.binary);
+            EXPECT_EQ(g.handle, w.handle);
+        } else {
+            EXPECT_EQ(g.str, w.str);
+        }
+    }
+}
+
+// The texts of the items, upper-cased: application names compare without case.
+Texts texts(const ResBufList& items) {
+    Texts out;
+    for (const ResBuf& r : items) {
+        out.push_back(r.str);
+        for (wchar_t& c : out.back()) c = wchar_t(std::towupper(c));
+    }
+    return out;
+}
+
+TEST(XData, EveryItemKindRoundTrips) {
+    EXPECT_EQ(ResBuf::int32(1071, 70000).rint(), 4464);
+    EXPECT_EQ(ResBuf::int32(1071, 40000).rint(), -25536);
+    EXPECT_EQ(ResBuf::int32(1071, 40000).rlong(), 40000);
+    AcDbDatabase db;
+    const AcDbObjectId id = addLine(db);
+    const ResBufList items = everyKind(db.layerZero().handle());
+    {
+        AcDbEntityPointer line(id, kForWrite);
+        ASSERT_EQ(line->setXData(items), eOk);
+        expectSame(line->xData(L"ZeftApp"), items);
+        expectSame(line->xData(L"zeftapp"), items);
+        expectSame(line->xData(), items);
+        EXPECT_TRUE(line->xData(L"Other").empty());
+        EXPECT_EQ(line->xData(L"ZeftApp")[14].rint(), 4464);
+    }
+    EXPECT_TRUE(AcDbObjectPointer<AcDbRegAppTable>(db.regAppTableId(), kForRead)->has(L"ZeftApp"));
+    auto back = AcDbDatabase::readDxfBytes(db.dxfText(), "back.dxf");
+    AcDbEntityPointer line(back->idOf(id.handle()), kForRead);
+    ASSERT_EQ(line.openStatus(), eOk);
+    expectSame(line->xData(L"ZeftApp"), items);
+}
+
+TEST(XData, ReplacesOnlyTheGroupsOfTheApplicationsGiven) {
+    AcDbDatabase db;
+    AcDbEntityPointer line(addLine(db), kForWrite);
+    auto t = [](short code, const wchar_t* s) { return ResBuf::text(code, s); };
+    ASSERT_EQ(line->setXData({t(1001, L"AppA"), t(1000, L"a1"), t(1001, L"AppB"), t(1000, L"b1")}), eOk);
+    ASSERT_EQ(line->setXData({t(1001, L"appb"), t(1000, L"b2")}), eOk);
+    EXPECT_EQ(texts(line->xData()), (Texts{L"APPA", L"A1", L"APPB", L"B2"}));
+    // Of two groups of one application the last wins.
+    ASSERT_EQ(line->setXData({t(1001, L"AppA"), t(1000, L"first"), t(1001, L"AppC"), t(1000, L"c1"), t(1001, L"AppA"),
+                              t(1000, L"second")}),
+              eOk);
+    EXPECT_EQ(texts(line->xData(L"AppA")), (Texts{L"APPA", L"SECOND"}));
+    EXPECT_EQ(texts(line->xData(L"AppC")), (Texts{L"APPC", L"C1"}));
+    // A group with only its name removes it.
+    ASSERT_EQ(line->setXData({t(1001, L"AppA")}), eOk);
+    EXPECT_TRUE(line->xData(L"AppA").empty());
+    const Texts kept = {L"APPB", L"B2", L"APPC", L"C1"};
+    EXPECT_EQ(texts(line->xData()), kept);
+    // Lists that do not start with an application, hold other codes or name a bad application change nothing.
+    EXPECT_EQ(line->setXData({t(1000, L"orphan")}), eInvalidInput);
+    EXPECT_EQ(line->setXData({t(1001, L"AppB"), item(62, 1)}), eInvalidInput);
+    EXPECT_EQ(line->setXData({t(1001, L"bad|app"), t(1000, L"x")}), eInvalidInput);
+    EXPECT_EQ(texts(line->xData()), kept);
+}
+
+TEST(MemoryFiler, ValuesRoundTripAndReadsPastTheEndGiveZeros) {
+    AcDbDatabase db, other;
+    const AcDbObjectId zero = db.layerZero(), ms = db.modelSpaceId();
+    AcDbMemoryFiler f(&db);
+    f.writeInt16(-12345);
+    f.writeUInt16(65535);
+    f.writeInt32(INT32_MIN);
+    f.writeUInt32(0xDEADBEEF);
+    f.writeBool(true);
+    f.writeDouble(-0.1);
+    f.writeString(L"Fa\u00e7ade \U0001F600");
+    f.writeBytes({0, 1, 255});
+    f.writeHardPointerId(zero);
+    f.writeSoftPointerId(ms);
+    f.writeHardOwnershipId(AcDbObjectId());
+    ASSERT_EQ(f.filerStatus(), eOk);
+    f.rewind();
+    std::int16_t i16 = 0;
+    std::uint16_t u16 = 0;
+    std::int32_t i32 = 0;
+    std::uint32_t u32 = 0;
+    bool b = false;
+    double d = 0;
+    std::wstring s;
+    std::vector<std::uint8_t> bytes;
+    AcDbObjectId hard, soft, owner = ms;
+    for (ErrorStatus es : {f.readInt16(&i16), f.readUInt16(&u16), f.readInt32(&i32), f.readUInt32(&u32), f.readBool(&b),
+                           f.readDouble(&d), f.readString(s), f.readBytes(bytes), f.readHardPointerId(&hard),
+                           f.readSoftPointerId(&soft), f.readHardOwnershipId(&owner)})
+        EXPECT_EQ(es, eOk);  // read in order: a braced list is evaluated left to right
+    EXPECT_TRUE(i16 == -12345 && u16 == 65535 && i32 == INT32_MIN && u32 == 0xDEADBEEFu && b && d == -0.1);
+    EXPECT_EQ(s, L"Fa\u00e7ade \U0001F600");
+    EXPECT_EQ(bytes, (std::vector<std::uint8_t>{0, 1, 255}));
+    EXPECT_TRUE(hard == zero && soft == ms && owner.isNull());
+
+    EXPECT_EQ(f.readInt32(&i32), eEndOfFile);
+    EXPECT_EQ(f.readDouble(&d), eEndOfFile);
+    EXPECT_EQ(f.readString(s), eEndOfFile);
+    EXPECT_EQ(f.readHardPointerId(&hard), eEndOfFile);
+    EXPECT_TRUE(i32 == 0 && d == 0 && s.empty() && hard.isNull());
+    EXPECT_EQ(f.filerStatus(), eEndOfFile);
+
+    // Ids are read as handles of the reading filer's database, or null without one.
+    AcDbMemoryFiler ids, there(&other), nowhere;
+    ids.writeHardPointerId(zero);
+    there.setBytes(ids.bytes());
+    nowhere.setBytes(ids.bytes());
+    EXPECT_EQ(there.readHardPointerId(&hard), eOk);
+    EXPECT_EQ(hard, other.idOf(zero.handle()));
+    EXPECT_EQ(nowhere.readHardPointerId(&hard), eOk);
+    EXPECT_TRUE(hard.isNull());
+    there.rewind();
+    EXPECT_EQ(there.readSoftPointerId(&soft), eFilerError);  // filed as another kind
+}
+
+TEST(MemoryFiler, GarbageAndTruncatedRecordsNeverCrash) {
+    AcDbDatabase db;
+    AcDbMemoryFiler good(&db);
+    {
+        AcDbEntityPointer line(addLine(db), kForWrite);
+        ASSERT_EQ(line->setXData({ResBuf::text(1001, L"ZeftApp"), ResBuf::text(1000, L"x")}), eOk);
+        ASSERT_EQ(line->dwgOutFields(&good), eOk);
+    }
+    const std::vector<std::uint8_t> full = good.bytes();
+    for (std::size_t n = 0; n < full.size(); ++n) {
+        AcDbMemoryFiler cut(&db);
+        cut.setBytes(std::vector<std::uint8_t>(full.begin(), full.begin() + long(n)));
+        AcDbLine line;
+        EXPECT_NE(line.dwgInFields(&cut), eOk) << n;
+    }
+    std::mt19937 rng(20240601);
+    for (int round = 0; round < 300; ++round) {
+        std::vector<std::uint8_t> bytes(rng() % 80);
+        for (auto& c : bytes) c = std::uint8_t(rng() % 4 == 0 ? 0xFF : rng());
+        AcDbMemoryFiler f(&db);
+        f.setBytes(bytes);
+        AcDbLine line;
+        line.dwgInFields(&f);
+        f.setBytes(bytes);
+        std::wstring s;
+        std::vector<std::uint8_t> v;
+        AcDbObjectId id;
+        f.readString(s);
+        f.readBytes(v);
+        f.readSoftPointerId(&id);
+        EXPECT_LE(s.size() * 4 + v.size(), bytes.size());
+    }
+}
+
+TEST(Clone, CopiesTagsAndXDataOutsideTheDatabase) {
+    AcDbDatabase db;
+    const ResBufList xdata = {ResBuf::text(1001, L"ZeftApp"), ResBuf::int32(1071, 70000)};
+    AcDbEntityPointer line(addLine(db), kForWrite);
+    ASSERT_EQ(line->setXData(xdata), eOk);
+    std::unique_ptr<AcDbObject> copy(AcDbObject::cast(line->clone()));
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->isA(), AcDbLine::desc());
+    EXPECT_TRUE(!copy->isDatabaseResident() && copy->ownerId().isNull() && copy->isWriteEnabled());
+    EXPECT_EQ(copy->record().tags(), line->record().tags());
+    expectSame(copy->xData(L"ZeftApp"), xdata);
+    AcDbLine::cast(copy.get())->setStartPoint({9, 9, 9});
+    EXPECT_EQ(AcDbLine::cast(line.object())->startPoint(), (AcGePoint3d{0, 0, 0}));
+    line.close();
+
+    AcDbObjectId dictId, entry;
+    {
+        AcDbObjectPointer<AcDbDictionary> nod(db.namedObjectsDictionaryId(), kForWrite);
+        AcDbObjectPointer<AcDbDictionary> dict(new AcDbDictionary);
+        ASSERT_EQ(nod->setAt(L"ZEFT", dict.object(), dictId), eOk);
+        AcDbObjectPointer<AcDbXrecord> rec(new AcDbXrecord);
+        ASSERT_EQ(dict->setAt(L"alpha", rec.object(), entry), eOk);
+        ASSERT_EQ(dict->setXData(xdata), eOk);
+    }
+    AcDbObjectPointer<AcDbDictionary> dict(dictId, kForRead);
+    std::unique_ptr<AcDbDictionary> dictCopy(AcDbDictionary::cast(dict->clone()));
+    ASSERT_NE(dictCopy, nullptr);
+    EXPECT_FALSE(dictCopy->isDatabaseResident());
+    EXPECT_EQ(dictCopy->record().tags(), dict->record().tags());
+    EXPECT_EQ(dictCopy->numEntries(), 1);
+    EXPECT_TRUE(dictCopy->has(L"ALPHA"));
+    expectSame(dictCopy->xData(L"ZeftApp"), xdata);
+    AcDbDictionary* closed = dict.object();
+    dict.close();
+    EXPECT_THROW(delete closed->clone(), AcDbStatusError);
+}
+
+TEST(DxfFiler, ReadingItems) {
+    AcDbDatabase db;
+    const AcDbObjectId zero = db.layerZero();
+    AcDbDxfFiler f(&db, {{100, "AcDbEntity"}, {8, "Fa\xc3\xa7" "ade"}, {100, "ZtThing"}, {10, "1"}, {20, "2"},
+                         {30, "3"}, {90, "65537"}, {90, "40000"}, {70, "-2"}, {40, "0.5"},
+                         {330, zero.handle().str()}, {1001, "ZeftApp"}});
+    ResBuf rb;
+    EXPECT_EQ(f.pushBackItem(), eInvalidInput);  // nothing read yet
+    EXPECT_TRUE(f.atSubClassData(L"AcDbEntity"));
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_EQ(rb.str, L"Fa\u00e7ade");
+    EXPECT_EQ(f.pushBackItem(), eOk);
+    EXPECT_EQ(f.pushBackItem(), eInvalidInput);
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_EQ(rb.restype, 8);
+    EXPECT_FALSE(f.atSubClassData(L"Other"));
+    EXPECT_EQ(f.filerStatus(), eBadDxfSequence);
+    EXPECT_NE(f.errorMessage().find(L"Other"), std::wstring::npos);
+    f.resetFilerStatus();
+    EXPECT_TRUE(f.atSubClassData(L"ZtThing"));
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_EQ(rb.point, (AcGePoint3d{1, 2, 3}));
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_TRUE(rb.rlong() == 65537 && rb.rint() == 1);
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_TRUE(rb.rlong() == 40000 && rb.rint() == -25536);
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_EQ(rb.rint(), -2);
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_EQ(rb.real, 0.5);
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_EQ(rb.id, zero);
+    EXPECT_TRUE(f.atExtendedData());
+    ASSERT_EQ(f.readItem(rb), eOk);
+    EXPECT_TRUE(f.atEOF());
+    EXPECT_TRUE(f.readItem(rb) == eEndOfObject && rb.restype == 0);
+    EXPECT_EQ(f.pushBackItem(), eInvalidInput);
+}
+
+TEST(DxfFiler, ErrorsAndWritingInTheDrawingsEncoding) {
+    AcDbDxfFiler f(nullptr);
+    EXPECT_EQ(f.setError(eInvalidDxfCode, L"\nError: expected group code %d", 70), eInvalidDxfCode);
+    EXPECT_EQ(f.errorMessage(), L"\nError: expected group code 70");
+    EXPECT_EQ(f.setError(L"then %ls", L"more"), eInvalidDxfCode);  // the first status stays
+    EXPECT_EQ(f.errorMessage(), L"then more");
+    f.resetFilerStatus();
+    EXPECT_TRUE(f.filerStatus() == eOk && f.errorMessage().empty());
+    EXPECT_EQ(f.setError(L"plain"), eFilerError);
+
+    auto db = AcDbDatabase::readDxfBytes("  0\nSECTION\n  2\nHEADER\n  9\n$ACADVER\n  1\nAC1015\n  9\n$DWGCODEPAGE\n"
+                                         "  3\nANSI_1252\n  0\nENDSEC\n  0\nEOF\n",
+                                         "r2000.dxf");
+    AcDbDxfFiler out(db.get());
+    out.writeString(1, L"Fa\u00e7ade");
+    out.writeInt16(70, -2);
+    out.writeUInt16(70, 65535);
+    out.writeInt32(90, 70000);
+    out.writeInt32(70, 70000);
+    out.writeBool(290, true);
+    out.writeDouble(40, 0.1);
+    out.writePoint3d(10, {1, 2, 3});
+    out.writeObjectId(340, AcDbObjectId());
+    out.writeItem(item(1004, 0, {0x00, 0xAB}));
+    const DxfTags want = {{1, "Fa\xe7" "ade"}, {70, "-2"}, {70, "-1"}, {90, "70000"}, {70, "4464"}, {290, "1"},
+                          {40, dxf::formatDouble(0.1)}, {10, dxf::formatDouble(1)}, {20, dxf::formatDouble(2)},
+                          {30, dxf::formatDouble(3)}, {340, "0"}, {1004, "00AB"}};
+    EXPECT_EQ(out.tags(), want);
+}
+
+}  // namespace
