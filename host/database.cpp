@@ -227,7 +227,9 @@ void AcDbDatabase::hostObjectModified(AcDbObject* obj)
 void AcDbDatabase::hostObjectErased(AcDbObject* obj)
 {
     ++dbmod_;
-    if (auto* dict = AcDbDictionary::cast(obj->ownerId().object())) dict->hostRemoveEntryFor(obj->objectId());
+    AcDbObject* owner = obj->ownerId().object();
+    if (auto* dict = AcDbDictionary::cast(owner)) dict->hostRemoveEntryFor(obj->objectId());
+    if (auto* table = AcDbSymbolTable::cast(owner)) table->hostForgetName(L"");
     for (auto* r : std::vector<AcDbDatabaseReactor*>(reactors_)) r->objectErased(this, obj, obj->isErased());
 }
 
@@ -257,13 +259,8 @@ std::vector<AcDbObjectId> AcDbDatabase::blockRecordIds() const
 
 AcDbObjectId AcDbDatabase::layerZero() const
 {
-    AcDbObjectId id;
-    if (auto* t = AcDbSymbolTable::cast(layerTableId().object())) {
-        t->hostForceOpen(AcDb::kForNotify);
-        t->getAt(L"0", id);
-        t->close();
-    }
-    return id;
+    auto* t = AcDbSymbolTable::cast(layerTableId().object());
+    return t ? t->hostLookup(L"0") : AcDbObjectId();
 }
 
 AcDbLayerTableRecord* AcDbDatabase::newLayerRecord() const
@@ -291,42 +288,32 @@ AcDbLayerTableRecord* AcDbDatabase::newLayerRecord() const
 
 AcDbObjectId AcDbDatabase::continuousLinetype()
 {
-    AcDbObjectPointer<AcDbSymbolTable> table(linetypeTableId(), AcDb::kForRead);
-    if (table.openStatus() != Acad::eOk) return {};
-    AcDbObjectId id;
-    if (table->getAt(L"Continuous", id) == Acad::eOk) return id;
-    if (table->upgradeOpen() != Acad::eOk) return {};
+    auto* table = AcDbSymbolTable::cast(linetypeTableId().object());
+    if (!table) return {};
+    AcDbObjectId id = table->hostLookup(L"Continuous");
+    if (!id.isNull()) return id;
     auto* rec = new AcDbLinetypeTableRecord;
     rec->record().assign({{0, "LTYPE"}, {100, "AcDbSymbolTableRecord"}, {100, "AcDbLinetypeTableRecord"},
                           {2, "Continuous"}, {70, "0"}, {3, "Solid line"}, {72, "65"}, {73, "0"}, {40, "0"}});
-    if (table->add(id, rec) != Acad::eOk) {
+    if (table->hostAdd(id, rec) != Acad::eOk) {
         delete rec;
         return {};
     }
-    rec->close();
+    rec->hostForceClosed();
     return id;
 }
 
 bool AcDbDatabase::regApp(const std::wstring& name)
 {
-    AcDbObject* t = regAppTableId().object();
-    auto* table = AcDbSymbolTable::cast(t);
+    auto* table = AcDbSymbolTable::cast(regAppTableId().object());
     if (!table) return false;
-    bool wasOpen = table->isReadEnabled();
-    if (!wasOpen) table->hostForceOpen(AcDb::kForRead);
-    bool have = table->has(name.c_str());
-    if (!wasOpen) table->hostForceClosed();
-    if (have) return true;
+    if (!table->hostLookup(name).isNull()) return true;
     if (!acdbIsValidSymbolName(name)) return false;
     auto* rec = new AcDbRegAppTableRecord;
     rec->record().assign({{0, "APPID"}, {100, "AcDbSymbolTableRecord"}, {100, "AcDbRegAppTableRecord"}, {2, ""}, {70, "0"}});
     rec->setName(name.c_str());
-    bool wasWrite = table->isWriteEnabled();
-    if (!wasWrite) table->hostForceOpen(AcDb::kForWrite);
     AcDbObjectId id;
-    Acad::ErrorStatus es = table->add(id, rec);
-    if (!wasWrite) table->hostForceClosed();
-    if (es != Acad::eOk) {
+    if (table->hostAdd(id, rec) != Acad::eOk) {
         delete rec;
         return false;
     }
@@ -888,13 +875,8 @@ struct DxfLoader {
         if (!begin.owner.isNull())
             if (auto* btr = AcDbBlockTableRecord::cast(db.idOf(begin.owner).object())) return btr;
         std::wstring name = db.decode(dxf::trim(begin.name));
-        if (auto* bt = AcDbSymbolTable::cast(db.blockTableId().object())) {
-            AcDbObjectId id;
-            bt->hostForceOpen(AcDb::kForNotify);
-            bt->getAt(name.c_str(), id);
-            bt->close();
-            if (auto* btr = AcDbBlockTableRecord::cast(id.object())) return btr;
-        }
+        if (auto* bt = AcDbSymbolTable::cast(db.blockTableId().object()))
+            if (auto* btr = AcDbBlockTableRecord::cast(bt->hostLookup(name).object())) return btr;
         return virtualBlock(name);
     }
 

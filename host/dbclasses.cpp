@@ -301,10 +301,8 @@ AcDbObjectId AcDbBlockReference::blockTableRecord() const
     AcDbDatabase* db = database();
     std::string_view v;
     if (!db || !acdbHostBodyValue(record_, 2, v)) return {};
-    AcDbObjectPointer<AcDbSymbolTable> bt(db->blockTableId(), AcDb::kForRead);
-    AcDbObjectId id;
-    if (bt.openStatus() == Acad::eOk) bt->getAt(db->decode(v).c_str(), id);
-    return id;
+    auto* bt = AcDbSymbolTable::cast(db->blockTableId().object());
+    return bt ? bt->hostLookup(db->decode(v)) : AcDbObjectId();
 }
 AcGePoint3d AcDbBlockReference::position() const { assertReadEnabled(); return pointAt(record_, 10); }
 

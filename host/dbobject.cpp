@@ -5,6 +5,7 @@
 
 #include "host/database.h"
 #include "host/dbclasses.h"
+#include "host/dbsymtb.h"
 #include "host/filer.h"
 
 const AcDbObjectId AcDbObjectId::kNull;
@@ -617,13 +618,8 @@ std::wstring AcDbEntity::layer() const
 AcDbObjectId AcDbEntity::layerId() const
 {
     AcDbDatabase* db = database();
-    if (!db) return {};
-    std::wstring name = layer();
-    AcDbObjectId id;
-    AcDbObjectPointer<AcDbSymbolTable> table(db->layerTableId(), AcDb::kForRead);
-    if (table.openStatus() != Acad::eOk) return {};
-    table->getAt(name.c_str(), id);
-    return id;
+    auto* table = db ? AcDbSymbolTable::cast(db->layerTableId().object()) : nullptr;
+    return table ? table->hostLookup(layer()) : AcDbObjectId();
 }
 
 void acdbHostRemoveBodyValue(DxfTags& tags, int code)
@@ -666,11 +662,10 @@ Acad::ErrorStatus AcDbEntity::setLayer(const wchar_t* newVal, bool doSubents, bo
     assertWriteEnabled();
     if (!newVal) return Acad::eInvalidInput;
     AcDbDatabase* db = database();
-    if (db) {
-        AcDbObjectId id;
-        AcDbObjectPointer<AcDbSymbolTable> table(db->layerTableId(), AcDb::kForRead);
-        if (table.openStatus() == Acad::eOk && table->getAt(newVal, id) != Acad::eOk) return Acad::eKeyNotFound;
-        if (!id.isNull()) return setLayer(id, doSubents, allowHiddenLayer);
+    if (auto* table = db ? AcDbSymbolTable::cast(db->layerTableId().object()) : nullptr) {
+        AcDbObjectId id = table->hostLookup(newVal);
+        if (id.isNull()) return Acad::eKeyNotFound;
+        return setLayer(id, doSubents, allowHiddenLayer);
     }
     std::string raw = db ? db->encode(newVal) : dxf::toUtf8(newVal);
     acdbHostSetBodyValue(record_.mutableTags(), 8, raw, "AcDbEntity");

@@ -41,26 +41,33 @@ std::wstring AcDbSymbolTable::tableName() const
     return L"";
 }
 
+static std::wstring recordName(const AcDbDatabase* db, AcDbObjectId id)
+{
+    auto* rec = AcDbSymbolTableRecord::cast(id.object());
+    if (!rec) return L"";
+    if (auto* btr = AcDbBlockTableRecord::cast(rec); btr && btr->hostVirtual) return btr->hostName;
+    std::string_view v;
+    if (!acdbHostBodyValue(rec->record(), 2, v)) return L"";
+    return db ? db->decode(v) : dxf::fromUtf8(v);
+}
+
 void AcDbSymbolTable::index() const
 {
     if (indexed_ == records_.size() + 1) return;
     byName_.clear();
-    for (AcDbObjectId id : records_) {
-        auto* rec = AcDbSymbolTableRecord::cast(id.object());
-        if (!rec || rec->isErased()) continue;
-        std::wstring name;
-        std::string_view v;
-        if (auto* btr = AcDbBlockTableRecord::cast(rec); btr && btr->hostVirtual) name = btr->hostName;
-        else if (acdbHostBodyValue(rec->record(), 2, v)) name = database() ? database()->decode(v) : dxf::fromUtf8(v);
-        byName_.emplace(upper(name), id);  // the first of two records of one name wins
-    }
+    for (AcDbObjectId id : records_)
+        if (!id.isErased()) byName_.emplace(upper(recordName(database(), id)), id);  // the first of two records of one name wins
     indexed_ = records_.size() + 1;
 }
 
 void AcDbSymbolTable::hostAppendRecord(AcDbObjectId id)
 {
+    bool current = indexed_ == records_.size() + 1;
     records_.push_back(id);
-    indexed_ = 0;
+    if (current) {
+        byName_.emplace(upper(recordName(database(), id)), id);
+        indexed_ = records_.size() + 1;
+    }
 }
 
 void AcDbSymbolTable::hostForgetName(const std::wstring&) { indexed_ = 0; }
@@ -84,16 +91,28 @@ Acad::ErrorStatus AcDbSymbolTable::getAt(const wchar_t* name, AcDbObjectId& id, 
     return Acad::eOk;
 }
 
+AcDbObjectId AcDbSymbolTable::hostLookup(const std::wstring& name) const
+{
+    index();
+    auto it = byName_.find(upper(name));
+    return it == byName_.end() || it->second.isErased() ? AcDbObjectId() : it->second;
+}
+
 Acad::ErrorStatus AcDbSymbolTable::add(AcDbObjectId& id, AcDbSymbolTableRecord* rec)
 {
     assertWriteEnabled();
+    return hostAdd(id, rec);
+}
+
+Acad::ErrorStatus AcDbSymbolTable::hostAdd(AcDbObjectId& id, AcDbSymbolTableRecord* rec)
+{
     AcDbDatabase* db = database();
     if (!db) return Acad::eNoDatabase;
     if (!rec) return Acad::eNullObjectId;
     if (rec->isDatabaseResident()) return Acad::eAlreadyInDb;
     std::wstring name = rec->getName();
     if (!acdbIsValidSymbolName(name)) return Acad::eInvalidSymbolTableName;
-    if (has(name.c_str())) return Acad::eDuplicateRecordName;
+    if (!hostLookup(name).isNull()) return Acad::eDuplicateRecordName;
     id = db->hostAdopt(rec);
     rec->hostForceOpen(AcDb::kForWrite);
     rec->setOwnerId(objectId());
@@ -148,13 +167,8 @@ Acad::ErrorStatus AcDbSymbolTableRecord::setName(const wchar_t* name)
     if (db) {
         // The name must stay unique in the table.
         if (auto* table = AcDbSymbolTable::cast(ownerId().object())) {
-            AcDbObjectId other;
-            AcDbObjectId self = objectId();
-            bool wasOpen = table->isReadEnabled();
-            if (!wasOpen) table->hostForceOpen(AcDb::kForRead);
-            bool taken = table->getAt(name, other) == Acad::eOk && other != self;
-            if (!wasOpen) table->hostForceClosed();
-            if (taken) return Acad::eDuplicateRecordName;
+            AcDbObjectId other = table->hostLookup(name);
+            if (!other.isNull() && other != objectId()) return Acad::eDuplicateRecordName;
             table->hostForgetName(name);
         }
     }
@@ -244,11 +258,8 @@ std::wstring AcDbLayerTableRecord::linetypeName() const
 AcDbObjectId AcDbLayerTableRecord::linetypeObjectId() const
 {
     AcDbDatabase* db = database();
-    if (!db) return {};
-    AcDbObjectPointer<AcDbSymbolTable> table(db->linetypeTableId(), AcDb::kForRead);
-    AcDbObjectId id;
-    if (table.openStatus() == Acad::eOk) table->getAt(linetypeName().c_str(), id);
-    return id;
+    auto* table = db ? AcDbSymbolTable::cast(db->linetypeTableId().object()) : nullptr;
+    return table ? table->hostLookup(linetypeName()) : AcDbObjectId();
 }
 
 void AcDbLayerTableRecord::setLinetypeObjectId(AcDbObjectId id)

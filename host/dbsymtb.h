@@ -38,6 +38,10 @@ public:
     std::vector<AcDbObjectId> recordIds() const;
 
     // --- host internals ---
+    // Lookup and adding for the host itself, whatever the table's open state:
+    // the host reads tables while callers hold them open.
+    AcDbObjectId hostLookup(const std::wstring& name) const;
+    Acad::ErrorStatus hostAdd(AcDbObjectId& id, AcDbSymbolTableRecord* rec);
     std::wstring tableName() const;  // "LAYER", "BLOCK_RECORD", ...
     void hostAppendRecord(AcDbObjectId id);
     void hostForgetName(const std::wstring& upperName);

@@ -220,6 +220,7 @@ DxfTag AcDbDxfFiler::toTag(const ResBuf& item) const
     }
     case dxf::ValueType::Handle: {
         AcDbHandle h = !item.id.isNull() ? item.id.handle() : item.handle;
+        if (h.isNull() && !item.str.empty()) AcDbHandle::parse(dxf::toUtf8(item.str), h);  // given as text
         t.value = h.isNull() ? "0" : h.str();
         break;
     }
