@@ -4,22 +4,26 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <cwchar>
 #include <cwctype>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <map>
 #include <unordered_map>
 
 #include "host/dbclasses.h"
+#include "host/editor.h"
 #include "host/filer.h"
 
 namespace {
 std::vector<AcDbDatabase*>& allDatabases()
 {
-    static std::vector<AcDbDatabase*> v;
-    return v;
+    // Never destroyed: drawings held by other statics are destroyed at exit, in any order.
+    static auto* v = new std::vector<AcDbDatabase*>;
+    return *v;
 }
 
 std::wstring upper(std::wstring s)
@@ -68,6 +72,27 @@ struct AcDbDatabase::Impl {
 
 const std::vector<AcDbDatabase*>& AcDbDatabase::hostAllDatabases() { return allDatabases(); }
 
+static std::map<int, std::function<void(AcDbDatabase*)>>& creationListeners()
+{
+    static std::map<int, std::function<void(AcDbDatabase*)>> l;
+    return l;
+}
+
+int AcDbDatabase::hostAddCreationListener(std::function<void(AcDbDatabase*)> fn)
+{
+    static int next = 1;
+    creationListeners()[next] = std::move(fn);
+    return next++;
+}
+
+void AcDbDatabase::hostRemoveCreationListener(int token) { creationListeners().erase(token); }
+
+void AcDbDatabase::hostAnnounce()
+{
+    auto copy = creationListeners();
+    for (auto& [token, fn] : copy) fn(this);
+}
+
 bool AcDbIdMapping::compute(Pair& p) const
 {
     for (const Pair& q : pairs_)
@@ -77,6 +102,8 @@ bool AcDbIdMapping::compute(Pair& p) const
         }
     return false;
 }
+
+static void loadText(AcDbDatabase& db, dxf::DrawingText text);
 
 // Objects of a class that goes away become proxies that keep their tags.
 static void demoteClass(AcDbDatabase* db, AcRxClass* cls)
@@ -113,21 +140,15 @@ AcDbDatabase::AcDbDatabase(bool buildDefaultDrawing, bool noDocument) : impl_(st
     impl_->classListener = acrxAddClassDeletionListener([this](AcRxClass* cls) { demoteClass(this, cls); });
     if (buildDefaultDrawing) {
         extern const char* const kNewDrawingTemplate;
-        auto loaded = readDxfBytes(kNewDrawingTemplate, "new drawing");
-        std::swap(impl_, loaded->impl_);
-        std::swap(impl_->classListener, loaded->impl_->classListener);
-        version_ = loaded->version_;
-        codec_ = loaded->codec_;
-        nod_ = loaded->nod_;
-        modelSpace_ = loaded->modelSpace_;
-        paperSpace_ = loaded->paperSpace_;
-        writesHandles_ = loaded->writesHandles_;
-        for (AcDbStub& s : impl_->stubs) s.database = this;
+        loadText(*this, dxf::drawingTextFromBytes(kNewDrawingTemplate, "new drawing"));
+        fileName_.clear();
+        hostAnnounce();
     }
 }
 
 AcDbDatabase::~AcDbDatabase()
 {
+    acedEditor->fireDatabaseToBeDestroyed(this);
     for (auto* r : std::vector<AcDbDatabaseReactor*>(reactors_)) r->goodbye(this);
     acrxRemoveClassDeletionListener(impl_->classListener);
     for (AcDbStub& s : impl_->stubs) {
@@ -404,6 +425,7 @@ Acad::ErrorStatus AcDbDatabase::deepCloneObjects(const AcDbObjectIdArray& ids, A
         copy->hostForceClosed();
         idMap.assign({src, id});
     }
+    acedEditor->fireEndDeepClone(idMap);
     return Acad::eOk;
 }
 
@@ -589,11 +611,13 @@ struct DxfLoader {
     {
         AcDbStub* s;
         if (r.hasHandle) {
-            if (impl.find(r.handle.value())) {
+            // An id made earlier for a pointer to this record is taken over.
+            AcDbStub* known = impl.find(r.handle.value());
+            if (known && known->object) {
                 delete obj;  // not attached yet: nobody else owns it
                 duplicateHandle(r);
             }
-            s = db.hostNewStub(r.handle);
+            s = known ? known : db.hostNewStub(r.handle);
         } else {
             s = db.hostNewStub();
             needHandle.emplace_back(obj, 0);
@@ -1010,23 +1034,27 @@ struct DxfLoader {
     }
 };
 
+static void loadText(AcDbDatabase& db, dxf::DrawingText text)
+{
+    db.impl().text = std::make_unique<dxf::DrawingText>(std::move(text));
+    DxfLoader(db, *db.impl().text).load();
+}
+
 std::unique_ptr<AcDbDatabase> AcDbDatabase::readDxf(const std::string& path)
 {
-    auto text = std::make_unique<dxf::DrawingText>(dxf::loadDrawingText(path));
     auto db = std::make_unique<AcDbDatabase>(false);
     db->fileName_ = path;
-    db->impl_->text = std::move(text);
-    DxfLoader(*db, *db->impl_->text).load();
+    loadText(*db, dxf::loadDrawingText(path));
+    db->hostAnnounce();
     return db;
 }
 
 std::unique_ptr<AcDbDatabase> AcDbDatabase::readDxfBytes(std::string bytes, const std::string& name)
 {
-    auto text = std::make_unique<dxf::DrawingText>(dxf::drawingTextFromBytes(std::move(bytes), name));
     auto db = std::make_unique<AcDbDatabase>(false);
     db->fileName_ = name;
-    db->impl_->text = std::move(text);
-    DxfLoader(*db, *db->impl_->text).load();
+    loadText(*db, dxf::drawingTextFromBytes(std::move(bytes), name));
+    db->hostAnnounce();
     return db;
 }
 
@@ -1086,13 +1114,16 @@ struct DxfWriter {
     void classes()
     {
         for (auto& c : impl.classes) record(c.rec);
-        // Classes that file themselves and that the drawing does not list yet.
+        // Classes that file themselves and that the drawing does not list yet,
+        // and classes of proxies that a module's class became when it went away.
         std::vector<AcRxClass*> added;
         for (AcDbStub& s : impl.stubs) {
             AcDbObject* o = s.object;
-            if (!o || o->isErased() || !o->filesItself()) continue;
+            if (!o || o->isErased()) continue;
             AcRxClass* c = o->isA();
-            if (std::find(added.begin(), added.end(), c) != added.end()) continue;
+            if (!o->filesItself() && !(o->isAProxy() && c && *c->dxfName() && *c->appName())) continue;
+            if (std::any_of(added.begin(), added.end(), [&](AcRxClass* a) { return std::wcscmp(a->dxfName(), c->dxfName()) == 0; }))
+                continue;
             if (std::any_of(impl.classes.begin(), impl.classes.end(), [&](auto& e) { return e.dxfName == c->dxfName(); }))
                 continue;
             added.push_back(c);
@@ -1102,7 +1133,7 @@ struct DxfWriter {
             tag(3, db.encode(c->appName()));
             tag(90, std::to_string(c->proxyFlags()));
             if (db.version() >= "AC1018") tag(91, "0");
-            tag(280, "0");
+            tag(280, c->isProxyClass() ? "1" : "0");  // was-a-proxy: no code for it when written
             tag(281, c->isDerivedFrom(AcDbEntity::desc()) ? "1" : "0");
         }
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -138,6 +139,10 @@ public:
     struct Impl;
     Impl& impl() const { return *impl_; }
     static const std::vector<AcDbDatabase*>& hostAllDatabases();
+    // Told of every database once it is built or read (reactor bases attach here).
+    static int hostAddCreationListener(std::function<void(AcDbDatabase*)> fn);
+    static void hostRemoveCreationListener(int token);
+    void hostAnnounce();
 
 private:
     friend struct DxfLoader;

@@ -180,7 +180,12 @@ ResBuf AcDbDxfFiler::toItem(const DxfTag& tag) const
     case dxf::ValueType::Handle:
         AcDbHandle::parse(tag.value, r.handle);
         r.str = dxf::fromUtf8(dxf::trim(tag.value));
-        if (db_ && !r.handle.isNull()) r.id = db_->idOf(r.handle);
+        if (db_ && !r.handle.isNull()) {
+            r.id = db_->idOf(r.handle);
+            // A pointer to a record further on in the drawing: the id is made
+            // now and the object takes it when its record is read.
+            if (r.id.isNull() && tag.code < 1000) db_->getAcDbObjectId(r.id, true, r.handle);
+        }
         break;
     }
     return r;

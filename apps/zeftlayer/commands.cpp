@@ -2,9 +2,13 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <algorithm>
 #include <map>
 
 #include "host/database.h"
+#include "host/dbclasses.h"
+#include "host/editor.h"
+#include "host/rxmodule.h"
 #include "host/dxf/dxftext.h"
 
 namespace zeftlayer {
@@ -56,6 +60,51 @@ int cmdConvert(const std::vector<std::string>& args)
     return kSuccess;
 }
 
+// Loads a module, lists what it registered, and unloads it again.
+int cmdModules(const std::vector<std::string>& args)
+{
+    std::string module = "zeftlayermanager";
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--module" && i + 1 < args.size()) module = args[++i];
+        else if (args[i].rfind("--module=", 0) == 0) module = args[i].substr(9);
+        else return usageError("modules: unexpected argument '" + args[i] + "'", "modules");
+    }
+    // The host's own classes join the dictionary on first use; they are not the module's.
+    acdbRegisterHostClasses();
+    std::vector<std::wstring> classesBefore;
+    for (auto& [name, obj] : acrxClassDictionary()->entries()) classesBefore.push_back(name);
+    std::vector<std::wstring> groupsBefore = acedRegCmds->groups();
+    std::string error;
+    if (!acrxDynamicLinker->loadModule(module, &error)) {
+        std::fprintf(stderr, "zeftlayer: %s\n", error.c_str());
+        return kFailure;
+    }
+    std::string name = acrxDynamicLinker->loadedModules().back();
+    std::printf("module %s\n  file: %s\n  classes:\n", name.c_str(), acrxDynamicLinker->modulePath(name).c_str());
+    for (auto& [cname, obj] : acrxClassDictionary()->entries()) {
+        if (std::find(classesBefore.begin(), classesBefore.end(), cname) != classesBefore.end()) continue;
+        auto* cls = static_cast<AcRxClass*>(obj);
+        std::printf("    %-20s parent %s, DXF %s, application %s, version %d.%d, proxy flags %d\n",
+                    dxf::toUtf8(cls->name()).c_str(), dxf::toUtf8(cls->myParent() ? cls->myParent()->name() : L"").c_str(),
+                    dxf::toUtf8(cls->dxfName()).c_str(), dxf::toUtf8(cls->appName()).c_str(), cls->dwgVersion(),
+                    cls->maintVersion(), cls->proxyFlags());
+    }
+    std::printf("  command groups:\n");
+    for (const std::wstring& g : acedRegCmds->groups()) {
+        if (std::find(groupsBefore.begin(), groupsBefore.end(), g) != groupsBefore.end()) continue;
+        std::printf("    %s\n", dxf::toUtf8(g).c_str());
+        for (const AcEdCommand& c : acedRegCmds->commands(g.c_str()))
+            std::printf("      %s (local name %s, flags %d)\n", dxf::toUtf8(c.globalName).c_str(),
+                        dxf::toUtf8(c.localName).c_str(), c.flags);
+    }
+    if (!acrxDynamicLinker->unloadModule(name, &error)) {
+        std::fprintf(stderr, "zeftlayer: %s\n", error.c_str());
+        return kFailure;
+    }
+    std::printf("  unloaded\n");
+    return kSuccess;
+}
+
 const std::map<std::string, Command>& commands()
 {
     static const std::map<std::string, Command> c = {
@@ -68,6 +117,15 @@ const std::map<std::string, Command>& commands()
           "left behind and an existing OUT is untouched.\n\n"
           "  -q, --quiet   print nothing on success\n",
           &cmdConvert}},
+        {"modules",
+         {"load the layer-manager module, list what it registers, unload it",
+          "zeftlayer modules [--module NAME|PATH]",
+          "Loads the module (by default \"zeftlayermanager\", searched in ZEFT_MODULE_PATH,\n"
+          "then beside the program and in its ../lib), prints the classes, command\n"
+          "groups and commands it registered, and unloads it again. Use it to check\n"
+          "a build: the exit code is 1 when the module cannot be loaded or unloaded.\n\n"
+          "  --module NAME|PATH   another module, by name or by path\n",
+          &cmdModules}},
     };
     return c;
 }

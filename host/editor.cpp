@@ -1,0 +1,231 @@
+#include "host/editor.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cwchar>
+#include <cwctype>
+
+#include "host/dxf/codec.h"
+
+namespace {
+std::wstring upper(const wchar_t* s)
+{
+    std::wstring u(s ? s : L"");
+    for (auto& c : u) c = wchar_t(std::towupper(c));
+    return u;
+}
+
+template <class F>
+void each(const std::vector<AcEditorReactor*>& reactors, F&& fn)
+{
+    // A reactor may remove itself while being told.
+    std::vector<AcEditorReactor*> copy(reactors);
+    for (AcEditorReactor* r : copy)
+        if (std::find(reactors.begin(), reactors.end(), r) != reactors.end()) fn(r);
+}
+}  // namespace
+
+AcEdCommandStack* acedRegCmdsPtr()
+{
+    static AcEdCommandStack* stack = [] {
+        auto* s = new AcEdCommandStack;  // lives as long as the process: modules unload after statics
+        acrxSysRegistry()->atPut(L"ACAD_REGISTERED_COMMANDS", s);
+        return s;
+    }();
+    return stack;
+}
+
+Acad::ErrorStatus AcEdCommandStack::addCommand(const wchar_t* group, const wchar_t* globalName, const wchar_t* localName,
+                                               int flags, AcRxFunctionPtr function, void*, int, void*, AcEdCommand** cmd)
+{
+    if (!group || !*group || !globalName || !*globalName || !function) return Acad::eInvalidInput;
+    std::wstring local = localName && *localName ? localName : globalName;
+    if (lookupCmd(globalName) || lookupCmd(local.c_str())) return Acad::eDuplicateKey;
+    commands_.push_back({group, globalName, local, flags, function});
+    if (cmd) *cmd = &commands_.back();
+    return Acad::eOk;
+}
+
+Acad::ErrorStatus AcEdCommandStack::removeCmd(const wchar_t* group, const wchar_t* globalName)
+{
+    std::wstring g = upper(group), n = upper(globalName);
+    auto it = std::find_if(commands_.begin(), commands_.end(),
+                           [&](const AcEdCommand& c) { return upper(c.group.c_str()) == g && upper(c.globalName.c_str()) == n; });
+    if (it == commands_.end()) return Acad::eKeyNotFound;
+    commands_.erase(it);
+    return Acad::eOk;
+}
+
+Acad::ErrorStatus AcEdCommandStack::removeGroup(const wchar_t* group)
+{
+    std::wstring g = upper(group);
+    auto n = std::erase_if(commands_, [&](const AcEdCommand& c) { return upper(c.group.c_str()) == g; });
+    return n ? Acad::eOk : Acad::eKeyNotFound;
+}
+
+const AcEdCommand* AcEdCommandStack::lookupCmd(const wchar_t* name) const
+{
+    std::wstring n = upper(name);
+    // A leading '.' or '_' asks for the global name, as at the host's prompt.
+    while (!n.empty() && (n[0] == L'.' || n[0] == L'_')) n.erase(0, 1);
+    for (const AcEdCommand& c : commands_)
+        if (upper(c.globalName.c_str()) == n || upper(c.localName.c_str()) == n) return &c;
+    return nullptr;
+}
+
+std::vector<std::wstring> AcEdCommandStack::groups() const
+{
+    std::vector<std::wstring> out;
+    for (const AcEdCommand& c : commands_)
+        if (std::find(out.begin(), out.end(), c.group) == out.end()) out.push_back(c.group);
+    return out;
+}
+
+std::vector<AcEdCommand> AcEdCommandStack::commands(const wchar_t* group) const
+{
+    std::vector<AcEdCommand> out;
+    std::wstring g = upper(group);
+    for (const AcEdCommand& c : commands_)
+        if (upper(c.group.c_str()) == g) out.push_back(c);
+    return out;
+}
+
+AcEditor* acedEditorPtr()
+{
+    static AcEditor* editor = new AcEditor;  // never destroyed: drawings destroyed at exit still tell it
+    return editor;
+}
+
+void AcEditor::addReactor(AcEditorReactor* r)
+{
+    if (r && std::find(reactors_.begin(), reactors_.end(), r) == reactors_.end()) reactors_.push_back(r);
+}
+
+void AcEditor::removeReactor(AcEditorReactor* r) { std::erase(reactors_, r); }
+
+void AcEditor::fireCommandWillStart(const wchar_t* n) { each(reactors_, [&](AcEditorReactor* r) { r->commandWillStart(n); }); }
+void AcEditor::fireCommandEnded(const wchar_t* n) { each(reactors_, [&](AcEditorReactor* r) { r->commandEnded(n); }); }
+void AcEditor::fireCommandCancelled(const wchar_t* n) { each(reactors_, [&](AcEditorReactor* r) { r->commandCancelled(n); }); }
+void AcEditor::fireCommandFailed(const wchar_t* n) { each(reactors_, [&](AcEditorReactor* r) { r->commandFailed(n); }); }
+void AcEditor::fireEndDeepClone(AcDbIdMapping& m) { each(reactors_, [&](AcEditorReactor* r) { r->endDeepClone(m); }); }
+void AcEditor::fireDatabaseToBeDestroyed(AcDbDatabase* db)
+{
+    each(reactors_, [&](AcEditorReactor* r) { r->databaseToBeDestroyed(db); });
+}
+
+bool AcEditor::nextAnswer(std::wstring& answer)
+{
+    if (nextAnswer_ >= answers_.size()) return false;
+    answer = answers_[nextAnswer_++];
+    return true;
+}
+
+AcEditor::Result AcEditor::runCommand(const std::wstring& name, std::vector<std::wstring> answers)
+{
+    const AcEdCommand* cmd = acedRegCmds->lookupCmd(name.c_str());
+    if (!cmd) {
+        lastError_ = "unknown command " + dxf::toUtf8(name);
+        return Result::Unknown;
+    }
+    // Reactors hear the global name, upper-cased, as the host reports it.
+    std::wstring global = upper(cmd->globalName.c_str());
+    AcRxFunctionPtr fn = cmd->function;
+    answers_ = std::move(answers);
+    nextAnswer_ = 0;
+    active_ = global;
+    lastError_.clear();
+    fireCommandWillStart(global.c_str());
+    Result result = Result::Ended;
+    try {
+        fn();
+    } catch (const AcEdCommandCancelled&) {
+        result = Result::Cancelled;
+    } catch (const std::exception& e) {
+        lastError_ = e.what();
+        result = Result::Failed;
+    } catch (...) {
+        lastError_ = "unknown error";
+        result = Result::Failed;
+    }
+    active_.clear();
+    if (result == Result::Ended) fireCommandEnded(global.c_str());
+    else if (result == Result::Cancelled) fireCommandCancelled(global.c_str());
+    else fireCommandFailed(global.c_str());
+    return result;
+}
+
+static std::vector<std::wstring> splitLine(const std::wstring& line)
+{
+    std::vector<std::wstring> out;
+    std::size_t i = 0;
+    while (i < line.size()) {
+        while (i < line.size() && std::iswspace(line[i])) ++i;
+        if (i >= line.size()) break;
+        std::wstring word;
+        if (line[i] == L'"') {
+            ++i;
+            while (i < line.size() && line[i] != L'"') word += line[i++];
+            ++i;
+        } else {
+            while (i < line.size() && !std::iswspace(line[i])) word += line[i++];
+        }
+        out.push_back(word);
+    }
+    return out;
+}
+
+int acedRunScript(const std::wstring& text, const std::string& scriptName, std::vector<std::string>* errors)
+{
+    int failed = 0;
+    std::size_t start = 0;
+    int lineNo = 0;
+    while (start <= text.size()) {
+        std::size_t nl = text.find(L'\n', start);
+        std::wstring line = text.substr(start, nl == std::wstring::npos ? std::wstring::npos : nl - start);
+        ++lineNo;
+        if (!line.empty() && line.back() == L'\r') line.pop_back();
+        auto words = splitLine(line);
+        if (!words.empty() && words[0][0] != L';') {
+            std::wstring name = words[0];
+            words.erase(words.begin());
+            AcEditor::Result r = acedEditor->runCommand(name, words);
+            if (r == AcEditor::Result::Unknown || r == AcEditor::Result::Failed) {
+                ++failed;
+                if (errors)
+                    errors->push_back(scriptName + ":" + std::to_string(lineNo) + ": " + dxf::toUtf8(name) + ": " +
+                                      acedEditor->lastError());
+            }
+        }
+        if (nl == std::wstring::npos) break;
+        start = nl + 1;
+    }
+    return failed;
+}
+
+namespace {
+std::function<void(const std::wstring&)>& printSink()
+{
+    static std::function<void(const std::wstring&)> sink;
+    return sink;
+}
+}  // namespace
+
+void acutSetPrintSink(std::function<void(const std::wstring&)> sink) { printSink() = std::move(sink); }
+
+void acutPrintf(const wchar_t* format, ...)
+{
+    wchar_t buf[4096];
+    va_list ap;
+    va_start(ap, format);
+    int n = std::vswprintf(buf, sizeof buf / sizeof buf[0], format, ap);
+    va_end(ap);
+    std::wstring text = n < 0 ? std::wstring(format) : std::wstring(buf, std::size_t(n));
+    if (printSink()) {
+        printSink()(text);
+        return;
+    }
+    std::string utf8 = dxf::toUtf8(text);
+    std::fwrite(utf8.data(), 1, utf8.size(), stdout);
+    std::fflush(stdout);
+}

@@ -1,0 +1,503 @@
+// The layer manager module loaded into the host as the CAD host loads it:
+// through the dynamic linker, from its built file. This executable does not
+// link the module's code; everything it sees of the module comes through
+// the class dictionary, the command stack, the editor and the drawings.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cwchar>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/database.h"
+#include "host/dbclasses.h"
+#include "host/dbdict.h"
+#include "host/dbsymtb.h"
+#include "host/editor.h"
+#include "host/rxmodule.h"
+#include "suite/wybase.h"
+// For the type of the exported reactor pointer only: its members are read
+// through the pointer the module exports.
+#include "zeftlayermanager/zeftlayermanagereditorreactor.h"
+
+namespace {
+
+const std::string kModuleFile = ZEFT_MODULE_FILE;
+const std::string kModule = "zeftlayermanager";
+const wchar_t* const kGroup = L"ZEFTLAYERMANAGER";
+
+struct ClassName {
+    const wchar_t* name;
+    const wchar_t* dxf;
+};
+// In the order the module registers them.
+const ClassName kClasses[] = {
+    {L"ZEFTLayerStandard", L"ZEFTLAYERSTANDARD"}, {L"ZEFTLayerRule", L"ZEFTLAYERRULE"},
+    {L"ZEFTRuleFunction", L"ZEFTRULEFUNCTION"},   {L"ZEFTRuleEnum", L"ZEFTRULEENUM"},
+    {L"ZEFTRuleException", L"ZEFTRULEEXCEPTION"},
+};
+
+// --- a drawing with the five objects, as text ---
+
+struct Tag {
+    int code;
+    std::string value;
+};
+
+std::string dxfText(const std::vector<Tag>& tags)
+{
+    std::string out;
+    char code[16];
+    for (const Tag& t : tags) {
+        std::snprintf(code, sizeof code, "%3d\n", t.code);
+        out += code;
+        out += t.value;
+        out += '\n';
+    }
+    return out;
+}
+
+// Head of an object owned by the layer manager dictionary (handle 20).
+std::vector<Tag> ownedHead(const char* type, const char* handle)
+{
+    return {{0, type}, {5, handle}, {102, "{ACAD_REACTORS"}, {330, "20"}, {102, "}"}, {330, "20"}};
+}
+
+void append(std::vector<Tag>& to, const std::vector<Tag>& tags) { to.insert(to.end(), tags.begin(), tags.end()); }
+
+// Handles: named-object dictionary C, layer manager dictionary 20, the
+// standard 21, rules 22-24, function 25, enumeration 26, exception 27.
+struct Expected {
+    const char* handle;
+    const wchar_t* cls;
+};
+const Expected kObjects[] = {
+    {"21", L"ZEFTLayerStandard"}, {"22", L"ZEFTLayerRule"}, {"23", L"ZEFTLayerRule"}, {"24", L"ZEFTLayerRule"},
+    {"25", L"ZEFTRuleFunction"},  {"26", L"ZEFTRuleEnum"},  {"27", L"ZEFTRuleException"},
+};
+
+std::string standardDrawing()
+{
+    std::vector<Tag> t = {{0, "SECTION"}, {2, "HEADER"}, {9, "$ACADVER"}, {1, "AC1027"}, {9, "$HANDSEED"},
+                          {5, "30"},      {0, "ENDSEC"}, {0, "SECTION"},  {2, "CLASSES"}};
+    for (const ClassName& c : kClasses) {
+        std::string name(c.name, c.name + std::wcslen(c.name)), dxf(c.dxf, c.dxf + std::wcslen(c.dxf));
+        append(t, {{0, "CLASS"}, {1, dxf}, {2, name}, {3, "ZEFTLayerManager"}, {90, "0"}, {91, "0"}, {280, "0"}, {281, "0"}});
+    }
+    append(t, {{0, "ENDSEC"}, {0, "SECTION"}, {2, "OBJECTS"}});
+    append(t, {{0, "DICTIONARY"}, {5, "C"}, {330, "0"}, {100, "AcDbDictionary"}, {281, "1"}, {3, "ZEFT_LAYER_MANAGER"},
+               {350, "20"}});
+    append(t, {{0, "DICTIONARY"}, {5, "20"}, {102, "{ACAD_REACTORS"}, {330, "C"}, {102, "}"}, {330, "C"},
+               {100, "AcDbDictionary"}, {281, "1"}, {3, "ZEFT_LAYER_MANAGER"}, {350, "21"}, {3, "*A1"}, {350, "22"},
+               {3, "*A2"}, {350, "23"}, {3, "*A3"}, {350, "24"}, {3, "*A4"}, {350, "25"}, {3, "*A5"}, {350, "26"},
+               {3, "*A6"}, {350, "27"}});
+    append(t, ownedHead("ZEFTLAYERSTANDARD", "21"));
+    append(t, {{100, "ZEFTLayerStandard"}, {70, "3"}, {340, "22"}, {340, "23"}, {340, "24"}, {1, "Mod\u00e8le test"},
+               {1, "Beltrix.std"}, {1, "_"}});
+    append(t, ownedHead("ZEFTLAYERRULE", "22"));
+    append(t, {{100, "ZEFTLayerRule"}, {70, "2"}, {90, "2"}, {1, "=BUILDING()"}, {70, "1"}, {1, "Building Name"},
+               {1, "Vues calcul\u00e9es"}, {70, "0"}, {1, "User defined"}});
+    append(t, ownedHead("ZEFTLAYERRULE", "23"));
+    append(t, {{100, "ZEFTLayerRule"}, {70, "2"}, {90, "1"}, {1, "=LEVEL/VIEW()"}, {70, "1"}, {1, "Level / View name"}});
+    append(t, ownedHead("ZEFTLAYERRULE", "24"));
+    append(t, {{100, "ZEFTLayerRule"}, {70, "2"}, {90, "0"}});
+    append(t, ownedHead("ZEFTRULEFUNCTION", "25"));
+    append(t, {{100, "ZEFTRuleFunction"}, {70, "2"}, {1, "MATERIAL"}, {90, "2"}, {1, "AcDbLine"}, {1, "B\u00e9ton"},
+               {1, "AcDbCircle"}, {1, "Acier"}, {1, "Autre"}});
+    append(t, ownedHead("ZEFTRULEENUM", "26"));
+    // Extended data goes with the object whichever class reads it.
+    append(t, {{100, "ZEFTRuleEnum"}, {70, "1"}, {1, "Niveaux"}, {90, "2"}, {1, "RDC"}, {1, "R+1"}, {1001, "ZEFTTEST"},
+               {1000, "gard\u00e9"}});
+    append(t, ownedHead("ZEFTRULEEXCEPTION", "27"));
+    append(t, {{100, "ZEFTRuleException"}, {70, "1"}, {90, "2"}, {1, "AcDbViewport"}, {1, "Frames"}, {1, "AcDbText"},
+               {1, "Auto..."}});
+    append(t, {{0, "ENDSEC"}, {0, "EOF"}});
+    return dxfText(t);
+}
+
+AcDbObject* objectAt(const AcDbDatabase& db, const char* handle)
+{
+    AcDbHandle h;
+    AcDbHandle::parse(handle, h);
+    return db.idOf(h).object();
+}
+
+// --- the command the tests run around the module ---
+
+// Drawings the test command appends a line to, and what the module's
+// collector held right after each append.
+std::vector<AcDbDatabase*> gDrawings;
+std::vector<bool> gCollected;
+ZEFTLayerManagerEditorReactor** gExportedReactor = nullptr;
+
+void appendLines()
+{
+    for (AcDbDatabase* db : gDrawings) {
+        AcDbObjectPointer<AcDbBlockTableRecord> ms(db->modelSpaceId(), AcDb::kForWrite);
+        ASSERT_EQ(ms.openStatus(), Acad::eOk);
+        auto* line = new AcDbLine({0, 0, 0}, {10, 5, 0});
+        AcDbObjectId id;
+        ASSERT_EQ(ms->appendAcDbEntity(id, line), Acad::eOk);
+        line->close();
+        ZEFTLayerManagerEditorReactor* r = gExportedReactor ? *gExportedReactor : nullptr;
+        gCollected.push_back(r && r->m_objectsToProcess.contains(id));
+    }
+}
+
+class ModuleLoading : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { acedRegCmds->addCommand(L"ZEFTMODLOADTESTS", L"zefttestappendlines", nullptr, 0, &appendLines); }
+
+    void SetUp() override
+    {
+        ASSERT_FALSE(acrxDynamicLinker->isLoaded(kModule));
+        reactorsBefore_ = acedEditor->reactors().size();
+        acdbRegisterHostClasses();
+        classesBefore_ = acrxClassDictionary()->numEntries();
+        gDrawings.clear();
+        gCollected.clear();
+        gExportedReactor = nullptr;
+    }
+
+    void TearDown() override
+    {
+        if (acrxDynamicLinker->isLoaded(kModule)) acrxDynamicLinker->unloadModule(kModule);
+        acutSetPrintSink(nullptr);
+        gDrawings.clear();
+        gExportedReactor = nullptr;
+    }
+
+    static void load()
+    {
+        std::string error;
+        ASSERT_TRUE(acrxDynamicLinker->loadModule(kModuleFile, &error)) << error;
+    }
+    static void unload()
+    {
+        std::string error;
+        ASSERT_TRUE(acrxDynamicLinker->unloadModule(kModule, &error)) << error;
+    }
+
+    // The module's symbol, looked up in the copy the linker loaded.
+    template <class T>
+    static T* moduleSymbol(const char* name)
+    {
+        void* handle = ::dlopen(kModuleFile.c_str(), RTLD_NOW | RTLD_NOLOAD);
+        if (!handle) return nullptr;
+        void* sym = ::dlsym(handle, name);
+        ::dlclose(handle);  // the linker's reference keeps it loaded
+        return reinterpret_cast<T*>(sym);
+    }
+    static bool moduleMapped()
+    {
+        void* handle = ::dlopen(kModuleFile.c_str(), RTLD_NOW | RTLD_NOLOAD);
+        if (handle) ::dlclose(handle);
+        return handle != nullptr;
+    }
+
+    static int groupCount()
+    {
+        int n = 0;
+        for (const std::wstring& g : acedRegCmds->groups()) n += g == kGroup;
+        return n;
+    }
+
+    std::size_t reactorsBefore_ = 0;
+    std::size_t classesBefore_ = 0;
+};
+
+TEST_F(ModuleLoading, RegistersItsClassesCommandAndReactor)
+{
+    ASSERT_FALSE(moduleMapped()) << "the test must not link the module";
+    load();
+    ASSERT_TRUE(acrxDynamicLinker->isLoaded(kModule));
+
+    // The five classes, after everything that was there, in registration order.
+    const auto& entries = acrxClassDictionary()->entries();
+    ASSERT_EQ(entries.size(), classesBefore_ + 5);
+    for (std::size_t i = 0; i < 5; ++i) {
+        SCOPED_TRACE(testing::Message() << "class " << i);
+        const ClassName& want = kClasses[i];
+        EXPECT_EQ(entries[classesBefore_ + i].first, want.name);
+        auto* cls = static_cast<AcRxClass*>(entries[classesBefore_ + i].second);
+        ASSERT_EQ(cls, acrxFindClass(want.name));
+        EXPECT_EQ(cls->myParent(), AcDbObject::desc());
+        EXPECT_STREQ(cls->dxfName(), want.dxf);
+        EXPECT_STREQ(cls->appName(), L"ZEFTLayerManager");
+        EXPECT_EQ(cls->dwgVersion(), 29);
+        EXPECT_EQ(cls->maintVersion(), 6);
+        EXPECT_EQ(cls->proxyFlags(), 0);
+        EXPECT_FALSE(cls->isProxyClass());
+    }
+
+    // The command, in its group, found by both names.
+    EXPECT_EQ(groupCount(), 1);
+    const std::vector<AcEdCommand> commands = acedRegCmds->commands(kGroup);
+    ASSERT_EQ(commands.size(), 1u);
+    EXPECT_EQ(commands[0].globalName, L"zeftlayerstandard");
+    EXPECT_EQ(commands[0].localName, L"zeftstandardcalque");
+    EXPECT_EQ(commands[0].flags, ACRX_CMD_MODAL | ACRX_CMD_USEPICKSET);
+    EXPECT_EQ(commands[0].flags, 2);
+    EXPECT_EQ(acedRegCmds->lookupCmd(L"ZEFTSTANDARDCALQUE"), acedRegCmds->lookupCmd(L"zeftlayerstandard"));
+    EXPECT_EQ(g_mapRegisteredCommandGroups.count(L"ZEFTLAYERMANAGER"), 1u);
+    EXPECT_EQ(g_mapRegisteredCommandGroups[L"ZEFTLAYERMANAGER"], 1);
+
+    // One editor reactor, the one the module exports.
+    ASSERT_EQ(acedEditor->reactors().size(), reactorsBefore_ + 1);
+    auto* exported = moduleSymbol<ZEFTLayerManagerEditorReactor*>("gpLayerManagerEditorReactor");
+    ASSERT_NE(exported, nullptr);
+    ASSERT_NE(*exported, nullptr);
+    EXPECT_EQ(acedEditor->reactors().back(), static_cast<AcEditorReactor*>(*exported));
+
+    using PromptsProject = const wchar_t* (*)();
+    auto project = reinterpret_cast<PromptsProject>(moduleSymbol<void>("getModulePromptsProjectName"));
+    ASSERT_NE(project, nullptr);
+    EXPECT_STREQ(project(), L"ZEFTLAYERMANAGER");
+
+    // Loading what is loaded changes nothing.
+    load();
+    EXPECT_EQ(groupCount(), 1);
+    EXPECT_EQ(acedEditor->reactors().size(), reactorsBefore_ + 1);
+    EXPECT_EQ(acrxClassDictionary()->numEntries(), classesBefore_ + 5);
+
+    unload();
+    EXPECT_FALSE(acrxDynamicLinker->isLoaded(kModule));
+    EXPECT_EQ(acrxClassDictionary()->numEntries(), classesBefore_);
+    for (const ClassName& c : kClasses) EXPECT_EQ(acrxFindClass(c.name), nullptr);
+    EXPECT_EQ(groupCount(), 0);
+    EXPECT_EQ(acedRegCmds->lookupCmd(L"zeftlayerstandard"), nullptr);
+    EXPECT_EQ(g_mapRegisteredCommandGroups.count(L"ZEFTLAYERMANAGER"), 0u);
+    EXPECT_EQ(acedEditor->reactors().size(), reactorsBefore_);
+    EXPECT_FALSE(moduleMapped()) << "the module stays in the process after unloading";
+}
+
+TEST_F(ModuleLoading, FoundByNameInTheSearchPath)
+{
+    acrxDynamicLinker->setSearchPath({std::filesystem::path(kModuleFile).parent_path().string()});
+    std::string error;
+    const bool loaded = acrxDynamicLinker->loadModule(kModule, &error);
+    acrxDynamicLinker->setSearchPath({});
+    ASSERT_TRUE(loaded) << error;
+    EXPECT_EQ(std::filesystem::canonical(acrxDynamicLinker->modulePath(kModule)), std::filesystem::canonical(kModuleFile));
+    EXPECT_NE(acrxFindClass(L"ZEFTLayerStandard"), nullptr);
+}
+
+TEST_F(ModuleLoading, CommandReportsThatTheEditorIsMissing)
+{
+    load();
+    std::wstring printed;
+    acutSetPrintSink([&](const std::wstring& s) { printed += s; });
+    EXPECT_EQ(acedEditor->runCommand(L"zeftlayerstandard"), AcEditor::Result::Ended) << acedEditor->lastError();
+    EXPECT_NE(printed.find(L"not available in this build"), std::wstring::npos) << std::string(printed.begin(), printed.end());
+    printed.clear();
+    EXPECT_EQ(acedEditor->runCommand(L"zeftstandardcalque"), AcEditor::Result::Ended);
+    EXPECT_NE(printed.find(L"not available in this build"), std::wstring::npos);
+}
+
+TEST_F(ModuleLoading, RefusesWhatIsNotAModule)
+{
+    const std::size_t groups = acedRegCmds->groups().size();
+    std::string error;
+
+    EXPECT_FALSE(acrxDynamicLinker->loadModule(ZEFT_HOST_LIBRARY, &error));
+    EXPECT_NE(error.find("not a module"), std::string::npos) << error;
+
+    const auto text = std::filesystem::path(::testing::TempDir()) / "zeftnotamodule.so";
+    std::ofstream(text) << "0\nSECTION\n";
+    error.clear();
+    EXPECT_FALSE(acrxDynamicLinker->loadModule(text.string(), &error));
+    EXPECT_NE(error.find("cannot load"), std::string::npos) << error;
+    std::filesystem::remove(text);
+
+    error.clear();
+    EXPECT_FALSE(acrxDynamicLinker->loadModule("zeftnosuchmodule", &error));
+    EXPECT_NE(error.find("not found"), std::string::npos) << error;
+    error.clear();
+    EXPECT_FALSE(acrxDynamicLinker->loadModule("/nonexistent/zeftlayermanager.so", &error));
+    EXPECT_FALSE(error.empty());
+    error.clear();
+    EXPECT_FALSE(acrxDynamicLinker->unloadModule(kModule, &error));
+    EXPECT_NE(error.find("not loaded"), std::string::npos) << error;
+
+    EXPECT_TRUE(acrxDynamicLinker->loadedModules().empty());
+    EXPECT_EQ(acrxClassDictionary()->numEntries(), classesBefore_);
+    EXPECT_EQ(acedRegCmds->groups().size(), groups);
+    EXPECT_EQ(acedEditor->reactors().size(), reactorsBefore_);
+}
+
+TEST_F(ModuleLoading, ReloadingLeavesOneGroupAndOneReactor)
+{
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        load();
+        EXPECT_EQ(groupCount(), 1);
+        EXPECT_EQ(acedRegCmds->commands(kGroup).size(), 1u);
+        EXPECT_EQ(acedEditor->reactors().size(), reactorsBefore_ + 1);
+        EXPECT_EQ(g_mapRegisteredCommandGroups.count(L"ZEFTLAYERMANAGER"), 1u);
+        EXPECT_EQ(acrxClassDictionary()->numEntries(), classesBefore_ + 5);
+        EXPECT_EQ(acedEditor->runCommand(L"zeftlayerstandard"), AcEditor::Result::Ended);
+        unload();
+        EXPECT_EQ(groupCount(), 0);
+        EXPECT_EQ(acedEditor->reactors().size(), reactorsBefore_);
+    }
+}
+
+// The reactors reach drawings open before the load and drawings made after
+// it; after unloading nothing of the module is called: commands run and
+// drawings are destroyed without it.
+TEST_F(ModuleLoading, ReactorsComeAndGoWithTheModule)
+{
+    auto before = std::make_unique<AcDbDatabase>();
+    load();
+    auto after = std::make_unique<AcDbDatabase>();
+    auto read = AcDbDatabase::readDxfBytes(standardDrawing(), "standard.dxf");
+    gExportedReactor = moduleSymbol<ZEFTLayerManagerEditorReactor*>("gpLayerManagerEditorReactor");
+    ASSERT_NE(gExportedReactor, nullptr);
+    gDrawings = {before.get(), after.get()};
+    ASSERT_EQ(acedEditor->runCommand(L"zefttestappendlines"), AcEditor::Result::Ended) << acedEditor->lastError();
+    EXPECT_EQ(gCollected, (std::vector<bool>{true, true}));
+    // The command's end closed the collection.
+    EXPECT_TRUE((*gExportedReactor)->m_objectsToProcess.isEmpty());
+
+    auto dropped = std::make_unique<AcDbDatabase>();
+    dropped.reset();  // told to the module while it is loaded
+    unload();
+    gExportedReactor = nullptr;
+
+    auto late = std::make_unique<AcDbDatabase>();
+    gDrawings = {before.get(), after.get(), late.get()};
+    gCollected.clear();
+    EXPECT_EQ(acedEditor->runCommand(L"zefttestappendlines"), AcEditor::Result::Ended) << acedEditor->lastError();
+    EXPECT_EQ(acedEditor->runCommand(L"zeftlayerstandard"), AcEditor::Result::Unknown);
+    gDrawings.clear();
+    before.reset();
+    after.reset();
+    read.reset();
+    late.reset();
+}
+
+TEST_F(ModuleLoading, DrawingReadWithoutTheModuleKeepsProxies)
+{
+    const std::string text = standardDrawing();
+    auto db = AcDbDatabase::readDxfBytes(text, "standard.dxf");
+    EXPECT_TRUE(db->readWarnings().empty());
+    for (const Expected& e : kObjects) {
+        SCOPED_TRACE(e.handle);
+        AcDbObject* o = objectAt(*db, e.handle);
+        ASSERT_NE(o, nullptr);
+        EXPECT_TRUE(o->isAProxy());
+        ASSERT_NE(o->isA(), nullptr);
+        EXPECT_STREQ(o->isA()->name(), e.cls);
+        EXPECT_TRUE(o->isA()->isProxyClass());
+        EXPECT_STREQ(o->isA()->appName(), L"ZEFTLayerManager");
+        EXPECT_TRUE(o->isKindOf(AcDbObject::desc()));
+    }
+    EXPECT_STREQ(objectAt(*db, "21")->isA()->dxfName(), L"ZEFTLAYERSTANDARD");
+    EXPECT_STREQ(objectAt(*db, "27")->isA()->dxfName(), L"ZEFTRULEEXCEPTION");
+    {
+        AcDbObjectPointer<AcDbDictionary> nod(db->namedObjectsDictionaryId(), AcDb::kForRead);
+        ASSERT_EQ(nod.openStatus(), Acad::eOk);
+        AcDbObject* manager = nullptr;
+        ASSERT_EQ(nod->getAt(L"ZEFT_LAYER_MANAGER", manager, AcDb::kForRead), Acad::eOk);
+        auto* dict = AcDbDictionary::cast(manager);
+        ASSERT_NE(dict, nullptr);
+        AcDbObjectId standard;
+        EXPECT_EQ(dict->getAt(L"ZEFT_LAYER_MANAGER", standard), Acad::eOk);
+        EXPECT_EQ(standard.object(), objectAt(*db, "21"));
+        EXPECT_EQ(dict->numEntries(), 7);
+        manager->close();
+    }
+    EXPECT_EQ(db->dxfText(), text);
+
+    // Loading the module later does not change a drawing that is open.
+    load();
+    EXPECT_TRUE(objectAt(*db, "21")->isAProxy());
+    EXPECT_EQ(db->dxfText(), text);
+}
+
+TEST_F(ModuleLoading, LoadedModuleReadsTheObjectsAsItsOwn)
+{
+    const std::string text = standardDrawing();
+    load();
+    auto db = AcDbDatabase::readDxfBytes(text, "standard.dxf");
+    EXPECT_TRUE(db->readWarnings().empty()) << db->readWarnings().front();
+    for (const Expected& e : kObjects) {
+        SCOPED_TRACE(e.handle);
+        AcDbObject* o = objectAt(*db, e.handle);
+        ASSERT_NE(o, nullptr);
+        EXPECT_FALSE(o->isAProxy());
+        EXPECT_EQ(o->isA(), acrxFindClass(e.cls));
+        EXPECT_TRUE(o->filesItself());
+    }
+    // Written by the module's own filing: the same tags.
+    EXPECT_EQ(db->dxfText(), text);
+}
+
+TEST_F(ModuleLoading, UnloadingTurnsLiveObjectsIntoProxies)
+{
+    const std::string text = standardDrawing();
+    load();
+    auto db = AcDbDatabase::readDxfBytes(text, "standard.dxf");
+    std::vector<AcDbObjectId> ids;
+    for (const Expected& e : kObjects) {
+        AcDbHandle h;
+        AcDbHandle::parse(e.handle, h);
+        ids.push_back(db->idOf(h));
+        ASSERT_FALSE(ids.back().object()->isAProxy());
+    }
+    unload();
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        SCOPED_TRACE(kObjects[i].handle);
+        AcDbObject* o = ids[i].object();
+        ASSERT_NE(o, nullptr);
+        EXPECT_TRUE(o->isAProxy());
+        EXPECT_FALSE(o->filesItself());
+        EXPECT_STREQ(o->isA()->name(), kObjects[i].cls);
+        EXPECT_TRUE(o->isA()->isProxyClass());
+    }
+    EXPECT_EQ(db->dxfText(), text);
+    // And the drawing reads as it did before the module came.
+    auto again = AcDbDatabase::readDxfBytes(db->dxfText(), "again.dxf");
+    EXPECT_TRUE(objectAt(*again, "21")->isAProxy());
+}
+
+// A drawing that got the module's objects in this session (no file behind
+// them) keeps them, and their classes, once the module is gone.
+TEST_F(ModuleLoading, UnloadingKeepsObjectsMadeInTheSession)
+{
+    load();
+    AcDbDatabase db;
+    {
+        AcDbObjectPointer<AcDbDictionary> nod(db.namedObjectsDictionaryId(), AcDb::kForWrite);
+        ASSERT_EQ(nod.openStatus(), Acad::eOk);
+        auto* dict = new AcDbDictionary;
+        AcDbObjectId dictId;
+        ASSERT_EQ(nod->setAt(L"ZEFT_LAYER_MANAGER", dict, dictId), Acad::eOk);
+        AcDbObject* made = AcDbObject::cast(acrxFindClass(L"ZEFTRuleEnum")->create());
+        ASSERT_NE(made, nullptr);
+        AcDbObjectId id;
+        ASSERT_EQ(dict->setAt(nullptr, made, id), Acad::eOk);
+        made->close();
+        dict->close();
+    }
+    const std::string written = db.dxfText();
+    const std::size_t begin = written.find("  0\nZEFTRULEENUM\n");
+    ASSERT_NE(begin, std::string::npos);
+    const std::string record = written.substr(begin, written.find("  0\n", begin + 1) - begin);
+    ASSERT_NE(record.find("100\nZEFTRuleEnum\n 70\n1\n  1\n\n 90\n0\n"), std::string::npos) << record;
+    unload();
+
+    const std::string after = db.dxfText();
+    EXPECT_NE(after.find(record), std::string::npos);
+    // Its class is still listed, now as one that was not loaded.
+    EXPECT_NE(after.find("  0\nCLASS\n  1\nZEFTRULEENUM\n  2\nZEFTRuleEnum\n  3\nZEFTLayerManager\n 90\n0\n 91\n0\n280\n1\n"),
+              std::string::npos);
+    auto back = AcDbDatabase::readDxfBytes(after, "session.dxf");
+    EXPECT_EQ(back->dxfText(), after);
+}
+
+}  // namespace
