@@ -74,15 +74,16 @@ echo "fuzz: $(find "$seeds" -type f | wc -l) seed files in $seeds; ${seconds} s 
 
 status=0
 for name in "${targets[@]}"; do
-  bin=build/fuzz/bin/$name
-  corpus=fuzz/corpus-$name
-  log=build/fuzz/logs/$name.log
+  # Absolute paths: a target may change its working folder (fuzz_cli works in a scratch one).
+  bin=$root/build/fuzz/bin/$name
+  corpus=$root/fuzz/corpus-$name
+  log=$root/build/fuzz/logs/$name.log
   mkdir -p "$corpus"
   args=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1
-        -artifact_prefix="build/fuzz/artifacts/$name-")
+        -artifact_prefix="$root/build/fuzz/artifacts/$name-")
   [[ -f fuzz/$name.dict ]] && args+=(-dict="fuzz/$name.dict")
   printf 'fuzz: %-28s ' "$name"
-  "$bin" "${args[@]}" "$corpus" "$seeds" >"$log" 2>&1
+  "$bin" "${args[@]}" "$corpus" "$root/$seeds" >"$log" 2>&1
   rc=$?
   if [[ $rc -eq 0 ]]; then
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)

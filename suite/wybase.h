@@ -82,10 +82,7 @@ void unregisterTable(const wchar_t* project);
 // prompt tables are always reachable here, so it only marks the scope.
 class CWyToolsResOverride {
 public:
-    explicit CWyToolsResOverride(void* moduleHandle = nullptr) : handle_(moduleHandle) {}
-
-private:
-    void* handle_;
+    explicit CWyToolsResOverride(void* moduleHandle = nullptr) { (void)moduleHandle; }
 };
 
 // The command groups that are live, upper-cased, with their value (1).

@@ -6,6 +6,34 @@ const std::map<int, std::wstring>& zeftLayerManagerPrompts()
     static const std::map<int, std::wstring> prompts = {
         {17701, L"zeftstandardcalque"},
         {17704, L"Standard de noms de calques"},
+        {17714, L"[Layer_Standard]\n"
+                L"Name=Beltrix\n"
+                L"\n"
+                L"[Model_Rules]\n"
+                L"Name_1=Building Name\n"
+                L"Field_1==BUILDING()\n"
+                L"Name_2=Level / View name\n"
+                L"Field_2==LEVEL/VIEW()\n"
+                L"[Draft_Rules]\n"
+                L"Name_1=Building Name\n"
+                L"Field_1==BUILDING()\n"
+                L"Name_2=Level / View name\n"
+                L"Field_2==LEVEL/VIEW()\n"
+                L"Name_3=Element Type\n"
+                L"Field_3==GENERAL TYPE()\n"
+                L"\n"
+                L"[Doc_Rules]\n"
+                L"Name_1=User defined\n"
+                L"Field_1=CalquePlans\n"
+                L"\n"
+                L"[Exceptions]\n"
+                L"Key_1=ZEFTGridRectangularE\n"
+                L"Value_1=Trame\n"
+                L"Key_2=AcDbViewport\n"
+                L"Value_2=Frames\n"
+                L"[Separator]\n"
+                L"Value=. \n"
+                L"WhiteSpaceAfter=1\n"},
         {17717, L"Beltrix gestion des calques"},
     };
     return prompts;

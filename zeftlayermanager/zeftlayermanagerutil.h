@@ -1,0 +1,114 @@
+// The layer manager's static operations, exported for the suite's other
+// modules. Grouped by topic; each group keeps its own section below.
+//
+// Every operation fails silently: a null id, false, "_" or an empty or
+// untouched vector. None keeps an object open beyond the call.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/dbobject.h"
+#include "zeftlayermanager/applicationcontext.h"
+#include "zeftlayermanager/rulefield.h"
+#include "zeftlayermanager/zeftlayermanagerexports.h"
+
+class AcDbDatabase;
+class ZEFTRuleEnum;
+class ZEFTRuleException;
+class ZEFTRuleFunction;
+
+class ZEFT_LM_EXPORT ZEFTLayerManagerUtil {
+public:
+    ZEFTLayerManagerUtil() = delete;
+
+    // ------------------------------------------------------------------
+    // Drawing dictionary: the layer standard tree under the named-object
+    // dictionary entry "ZEFT_LAYER_MANAGER". Entries are told apart by
+    // their class, never by their key. A null database gives the empty
+    // result at once.
+    // ------------------------------------------------------------------
+
+    // Name of the layer manager dictionary and of its standard's entry.
+    static constexpr const wchar_t* kDictionaryName = L"ZEFT_LAYER_MANAGER";
+    static constexpr const wchar_t* kStandardKey = L"ZEFT_LAYER_MANAGER";
+
+    // The standard's id; null when missing.
+    static AcDbObjectId getStandardFromDictionary(AcDbDatabase* db);
+    // The standard's Model / Draft / Doc rule; null without a standard.
+    static AcDbObjectId getModelRuleFromDictionary(AcDbDatabase* db);
+    static AcDbObjectId getDraftRuleFromDictionary(AcDbDatabase* db);
+    static AcDbObjectId getDocRuleFromDictionary(AcDbDatabase* db);
+    // The standard's separator; "_" without a standard (or database).
+    static std::wstring getFieldsSeparator(AcDbDatabase* db);
+    // The rule that applies in `ctx`: working mode 0 or 1 the Model rule,
+    // 2 the Doc rule, any other none; a draft context takes the Draft rule
+    // instead. On success `fields` holds the rule's fields (and nothing
+    // else); on failure it is untouched.
+    static bool getRuleFromDictionary(AcDbDatabase* db, const ApplicationContext& ctx, std::vector<RuleField>& fields);
+    // The first exception list of the dictionary; null when none.
+    static AcDbObjectId getExceptionFromDictionary(AcDbDatabase* db);
+    // The first user function named exactly `name` (case counts); null when none.
+    static AcDbObjectId getFunctionFromDictionary(AcDbDatabase* db, const std::wstring& name);
+
+    // Copies for the editing pages, not in any database; the caller owns and
+    // deletes them. `exception` is left as it is when the drawing has none;
+    // the vectors are appended to, in dictionary order.
+    static void getCloneException(AcDbDatabase* db, ZEFTRuleException*& exception);
+    static void getCloneFunctions(AcDbDatabase* db, std::vector<ZEFTRuleFunction*>& functions);
+    static void getCloneEnums(AcDbDatabase* db, std::vector<ZEFTRuleEnum*>& enums);
+
+    // The values of the first enum named exactly `enumName`; `values` is
+    // untouched when none is.
+    static void getEnumValues(const std::wstring& enumName, const std::vector<ZEFTRuleEnum*>& enums,
+                              std::vector<std::wstring>& values);
+    // `names` is emptied, then gets one name per element, in order (an
+    // empty name for a null element).
+    static void getNamesFromEnums(const std::vector<ZEFTRuleEnum*>& enums, std::vector<std::wstring>& names);
+    static void getNamesFromFunctions(const std::vector<ZEFTRuleFunction*>& functions,
+                                      std::vector<std::wstring>& names);
+
+    // ------------------------------------------------------------------
+    // Entity extended data: an entity's own rule and type code in the group
+    // of "BELTRIX_LAYER_MANAGER":
+    //   1001 name, 1070 1, 1071 type code, 1071 field count N,
+    //   then N pairs of 1000 value, 1070 isFunction.
+    // A group written by writeXDataEntityType alone stops after the type.
+    // Field names are not stored: a rule read back has empty names.
+    // The id overloads open the object for read (readers, has...) or for
+    // write (writers) and close it again.
+    // ------------------------------------------------------------------
+
+    static constexpr const wchar_t* kXDataAppName = L"BELTRIX_LAYER_MANAGER";
+
+    // Any group of the application.
+    static bool hasXDataLayerRule(AcDbObject* obj);
+    static bool hasXDataLayerRule(const AcDbObjectId& id);
+    // A group with the marker and the type code and at least one item after
+    // them; the object must be open for read.
+    static bool hasFullXDataLayerRule(AcDbObject* obj);
+    static bool hasFullXDataLayerRule(const AcDbObjectId& id);
+    // The type code, as the 16-bit view of its item.
+    static bool readXDataEntityType(AcDbObject* obj, int& type);
+    static bool readXDataEntityType(const AcDbObjectId& id, int& type);
+    // Sets the type code, keeping the rule that follows it; an object
+    // without the group gets the group up to the type code.
+    static bool writeXDataEntityType(AcDbObject* obj, int type);
+    static bool writeXDataEntityType(const AcDbObjectId& id, int type);
+    // The rule and the type code. On a failure partway, the fields read so
+    // far stay appended to `fields` and `type` is untouched.
+    static bool readXDataLayerRule(AcDbObject* obj, std::vector<RuleField>& fields, int& type);
+    static bool readXDataLayerRule(const AcDbObjectId& id, std::vector<RuleField>& fields, int& type);
+    // Replaces the application's group with the rule and the type code;
+    // other applications' groups are kept.
+    static bool writeXDataLayerRule(AcDbObject* obj, const std::vector<RuleField>& fields, int type);
+    static bool writeXDataLayerRule(const AcDbObjectId& id, const std::vector<RuleField>& fields, int type);
+
+    // ------------------------------------------------------------------
+    // Standard swapping state
+    // ------------------------------------------------------------------
+
+    // True while a swapped-in standard is active: entity layer resolution
+    // then takes the rule from the dictionary.
+    static bool m_gbUseRuleFromDictionaryIngetEntityLayerName;
+};
