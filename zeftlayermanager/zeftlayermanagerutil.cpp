@@ -1,12 +1,17 @@
 #include "zeftlayermanager/zeftlayermanagerutil.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 
 #include "host/database.h"
 #include "host/dbdict.h"
+#include "host/document.h"
+#include "host/dxf/codec.h"
 #include "suite/wybase.h"
 #include "suite/zeftdatabasetools.h"
+#include "suite/zeftregistrytools.h"
+#include "zeftlayermanager/zeftfilerw.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftlayerstandard.h"
 #include "zeftlayermanager/zeftruleenum.h"
@@ -387,5 +392,126 @@ bool ZEFTLayerManagerUtil::writeXDataLayerRule(const AcDbObjectId& id, const std
     ZEFT_GUARD("ZEFTLayerManagerUtil::writeXDataLayerRule", false, {
         return withOpened(id, AcDb::kForWrite,
                           [&](AcDbObject* obj) { return writeXDataLayerRule(obj, fields, type); });
+    });
+}
+
+// --- available standards and installing a standard ---
+
+void ZEFTLayerManagerUtil::getAvailableStandards(std::vector<std::wstring>& files, std::vector<std::wstring>& names,
+                                                 std::wstring& folder)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::getAvailableStandards", {
+        ZEFTFileRW rw;
+        rw.getAvailableStandards(files, names, folder);
+    });
+}
+
+bool ZEFTLayerManagerUtil::isStandardsFolderFileName(const std::wstring& fileName)
+{
+    if (fileName.empty() || fileName == L"." || fileName == L"..") return false;
+    return fileName.find(L'/') == std::wstring::npos && fileName.find(L'\\') == std::wstring::npos &&
+           fileName.find(L'\0') == std::wstring::npos;
+}
+
+bool ZEFTLayerManagerUtil::isValidLayerStandardFile(const std::wstring& fileName)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::isValidLayerStandardFile", false, {
+        std::wstring folder;
+        if (!isStandardsFolderFileName(fileName) || !ZEFTRegistryTools::GetLayerStandardsPath(folder)) return false;
+        std::FILE* f = std::fopen(dxf::toUtf8(folder + fileName).c_str(), "r");
+        if (!f) return false;
+        std::fclose(f);
+        return true;
+    });
+}
+
+bool ZEFTLayerManagerUtil::installStandardFromPath(AcDbDatabase* db, const std::wstring& path,
+                                                   const std::wstring& fileName)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::installStandardFromPath", false, {
+        if (!db) return false;
+        AcApDocument* doc = acDocManager->documentOf(db);
+        // The standard first, so that its rules can be set once they exist.
+        auto* standard = new ZEFTLayerStandard;
+        AcDbObjectId standardId;
+        if (ZEFTDatabaseTools::appendToDictionary(kDictionaryName, standard, standardId, doc, kStandardKey, 0) != 0) {
+            delete standard;
+            return false;
+        }
+        auto rw = std::make_unique<ZEFTFileRW>();
+        rw->readStandard(path);
+        AcDbObjectId model, draft, docRule;
+        {
+            AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db, 0);
+            if (!dict) return false;
+            model = rw->createRule(rw->getModelRule(), dict);
+            draft = rw->createRule(rw->getDraftRule(), dict);
+            docRule = rw->createRule(rw->getDocRule(), dict);
+            rw->createFunctions(dict);
+            rw->createEnums(dict);
+            rw->createException(dict);
+            dict->close();
+        }
+        AcDbObjectPointer<ZEFTLayerStandard> std(standardId, AcDb::kForWrite);
+        if (std.openStatus() != Acad::eOk) return false;
+        std->setModelRule(model);
+        std->setDraftRule(draft);
+        std->setDocRule(docRule);
+        std->setName(rw->getName());
+        std->setFileName(fileName);
+        std->setSeparator(rw->getSeparator());
+        return true;
+    });
+}
+
+void ZEFTLayerManagerUtil::createLayerStandardDictionary(AcApDocument* document, const std::wstring& fileName)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::createLayerStandardDictionary", {
+        std::wstring folder;
+        if (!document || !isStandardsFolderFileName(fileName) || !ZEFTRegistryTools::GetLayerStandardsPath(folder))
+            return;
+        installStandardFromPath(document->database(), folder + fileName, fileName);
+    });
+}
+
+bool ZEFTLayerManagerUtil::removeLayerStandard(AcDbDatabase* db)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::removeLayerStandard", false, {
+        if (!db) return false;
+        AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db, 0);
+        if (!dict) return true;  // nothing installed
+        for (const AcDbDictionary::Entry& e : dict->entries()) {
+            AcDbObject* obj = nullptr;
+            if (acdbOpenObject(obj, e.id, AcDb::kForWrite) == Acad::eOk) {
+                obj->erase();
+                obj->close();
+            }
+        }
+        dict->close();
+        return true;
+    });
+}
+
+void ZEFTLayerManagerUtil::changeLayerStandard(const std::wstring& fileName, bool apply)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::changeLayerStandard", {
+        AcApDocument* doc = acDocManager->curDocument();
+        AcDbDatabase* db = doc ? doc->database() : nullptr;
+        if (apply) {
+            if (AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db, 0)) {
+                dict->setName(kStandardKey, L"ZEFT_LAYER_MANAGER_OLD");
+                dict->close();
+            }
+            createLayerStandardDictionary(doc, fileName);
+            m_gbUseRuleFromDictionaryIngetEntityLayerName = true;
+        } else {
+            if (AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db, 0)) {
+                // The preview standard is detached, not erased, as the drawing's own was kept.
+                dict->remove(kStandardKey);
+                dict->setName(L"ZEFT_LAYER_MANAGER_OLD", kStandardKey);
+                dict->close();
+            }
+            m_gbUseRuleFromDictionaryIngetEntityLayerName = false;
+        }
     });
 }

@@ -13,6 +13,7 @@
 #include "zeftlayermanager/rulefield.h"
 #include "zeftlayermanager/zeftlayermanagerexports.h"
 
+class AcApDocument;
 class AcDbDatabase;
 class ZEFTRuleEnum;
 class ZEFTRuleException;
@@ -103,6 +104,33 @@ public:
     // other applications' groups are kept.
     static bool writeXDataLayerRule(AcDbObject* obj, const std::vector<RuleField>& fields, int type);
     static bool writeXDataLayerRule(const AcDbObjectId& id, const std::vector<RuleField>& fields, int type);
+
+    // ------------------------------------------------------------------
+    // Available standards and installing a standard. File names are
+    // relative to the standards folder ("<data>/Support/Layer Standards/");
+    // a name that would leave it (a folder part, "..") is refused.
+    // ------------------------------------------------------------------
+
+    // The standards of the folder: parallel lists of file names and
+    // standard names, and the folder. An empty folder first receives the
+    // default standard "Beltrix.std", reported as ("Beltrix_backup.std", "Beltrix").
+    static void getAvailableStandards(std::vector<std::wstring>& files, std::vector<std::wstring>& names,
+                                      std::wstring& folder);
+    // Whether the file of the folder exists and can be read.
+    static bool isValidLayerStandardFile(const std::wstring& fileName);
+    // Copies the standard of the file into the document's drawing.
+    static void createLayerStandardDictionary(AcApDocument* document, const std::wstring& fileName);
+    // Puts the standard of fileName in place of the drawing's own (apply
+    // true) and back (apply false), for previews.
+    static void changeLayerStandard(const std::wstring& fileName, bool apply);
+
+    // For the front ends: a file name that stays inside the standards folder.
+    static bool isStandardsFolderFileName(const std::wstring& fileName);
+    // Copies the standard read from any path into a drawing, recording
+    // fileName as its file; false when the drawing cannot hold it.
+    static bool installStandardFromPath(AcDbDatabase* db, const std::wstring& path, const std::wstring& fileName);
+    // Erases the drawing's layer standard objects, keeping the dictionary.
+    static bool removeLayerStandard(AcDbDatabase* db);
 
     // ------------------------------------------------------------------
     // Standard swapping state
