@@ -9,6 +9,7 @@
 #include "host/dbclasses.h"
 #include "host/editor.h"
 #include "host/rxmodule.h"
+#include "suite/zeftregistrytools.h"
 #include "host/dxf/dxftext.h"
 
 namespace zeftlayer {
@@ -23,6 +24,14 @@ struct Command {
     int (*fn)(const std::vector<std::string>& args);
 };
 
+}  // namespace
+
+int failure(const std::string& msg)
+{
+    std::fprintf(stderr, "zeftlayer: %s\n", msg.c_str());
+    return kFailure;
+}
+
 int usageError(const std::string& msg, const char* command)
 {
     std::fprintf(stderr, "zeftlayer: %s\n", msg.c_str());
@@ -30,6 +39,8 @@ int usageError(const std::string& msg, const char* command)
     else std::fprintf(stderr, "Try 'zeftlayer --help'.\n");
     return kUsage;
 }
+
+namespace {
 
 int cmdConvert(const std::vector<std::string>& args)
 {
@@ -126,6 +137,41 @@ const std::map<std::string, Command>& commands()
           "a build: the exit code is 1 when the module cannot be loaded or unloaded.\n\n"
           "  --module NAME|PATH   another module, by name or by path\n",
           &cmdModules}},
+        {"standards",
+         {"list the layer standards of the standards folder",
+          "zeftlayer [--data-dir DIR] standards",
+          "Lists the \".std\" files of the standards folder with the name of the\n"
+          "standard each holds. A folder without any standard first receives the\n"
+          "default standard \"Beltrix\" in Beltrix.std.\n\n"
+          "The standards folder is \"Support/Layer Standards\" under the data folder:\n"
+          "--data-dir DIR, else $BELTRIX_DATA, else $XDG_DATA_HOME/beltrix, else\n"
+          "~/.local/share/beltrix.\n",
+          &cmdStandards}},
+        {"install",
+         {"install a layer standard into a drawing",
+          "zeftlayer [--data-dir DIR] install DRAWING STANDARD [-o OUT]",
+          "Copies a layer standard into the drawing, in place of the one it holds.\n"
+          "STANDARD is a file of the standards folder (\"Beltrix.std\", or \"Beltrix\"),\n"
+          "the name of a standard there, or the path of a \".std\" file (anything\n"
+          "with a '/', such as ./mine.std). The drawing is rewritten in place unless\n"
+          "-o names another file; on any error nothing is written.\n"
+          "R12 drawings cannot hold a layer standard.\n\n"
+          "  -o, --output OUT   write the result to OUT\n",
+          &cmdInstall}},
+        {"show",
+         {"print the layer standard a drawing holds",
+          "zeftlayer show DRAWING [--json]",
+          "Prints the drawing's layer standard: name, file, separator, the Model,\n"
+          "Draft and Doc rules, functions, enumerations and exceptions. Exit code 1\n"
+          "when the drawing holds none.\n\n"
+          "  --json   print it as JSON\n",
+          &cmdShow}},
+        {"export",
+         {"write the layer standard of a drawing as a .std file",
+          "zeftlayer export DRAWING OUT.std",
+          "Writes the drawing's layer standard to OUT.std (Windows-1252, CR LF), the\n"
+          "format of the standards folder.\n",
+          &cmdExport}},
     };
     return c;
 }
@@ -135,7 +181,8 @@ void printHelp()
     std::printf("Usage: zeftlayer COMMAND [ARGS...]\n\n"
                 "Layer manager for building and reinforced-concrete drawings (DXF).\n\nCommands:\n");
     for (const auto& [name, c] : commands()) std::printf("  %-10s %s\n", name.c_str(), c.summary);
-    std::printf("\nOptions:\n  -h, --help     show this help\n  -V, --version  show the version\n\n"
+    std::printf("\nOptions:\n  -h, --help        show this help\n  -V, --version     show the version\n"
+                "  --data-dir DIR    the suite's data folder (standards in DIR/Support/Layer Standards)\n\n"
                 "'zeftlayer help COMMAND' describes a command.\n"
                 "Exit codes: 0 success, 1 failure, 2 usage error.\n");
 }
@@ -150,8 +197,26 @@ int printCommandHelp(const std::string& name)
 
 }  // namespace
 
-int run(const std::vector<std::string>& args)
+int run(const std::vector<std::string>& argsIn)
 {
+    // The data folder, for every command that needs the standards folder.
+    std::vector<std::string> args;
+    for (std::size_t i = 0; i < argsIn.size(); ++i) {
+        const std::string& a = argsIn[i];
+        if (a == "--data-dir" || a.rfind("--data-dir=", 0) == 0) {
+            std::string dir;
+            if (a == "--data-dir") {
+                if (i + 1 >= argsIn.size()) return usageError("--data-dir needs a folder", nullptr);
+                dir = argsIn[++i];
+            } else {
+                dir = a.substr(11);
+            }
+            if (dir.empty()) return usageError("--data-dir needs a folder", nullptr);
+            ZEFTRegistryTools::SetBeltrixDataPath(dxf::fromUtf8(dir));
+            continue;
+        }
+        args.push_back(a);
+    }
     if (args.empty()) {
         printHelp();
         return kUsage;
@@ -177,6 +242,10 @@ int run(const std::vector<std::string>& args)
     std::vector<std::string> rest(args.begin() + 1, args.end());
     for (const auto& a : rest)
         if (a == "-h" || a == "--help") return printCommandHelp(first);
+    // Modules a command started are stopped before the program ends.
+    struct UnloadModules {
+        ~UnloadModules() { acrxDynamicLinker->unloadAll(); }
+    } unload;
     return it->second.fn(rest);
 }
 
