@@ -1095,6 +1095,7 @@ struct DxfWriter {
         AcDbObject* o = id.object();
         if (!o || o->isErased()) return;
         if (auto* btr = AcDbBlockTableRecord::cast(o); btr && btr->hostVirtual) return;
+        o->hostPrepareRecord();
         if (!o->filesItself()) {
             record(o->record());
         } else {

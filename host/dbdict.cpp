@@ -24,6 +24,7 @@ void AcDbDictionary::hostLoadEntries() const
 {
     if (loaded_) return;
     loaded_ = true;
+    byKeyValid_ = false;
     entries_.clear();
     bool body = false, inGroup = false, haveKey = false;
     std::string key;
@@ -51,7 +52,15 @@ void AcDbDictionary::hostLoadEntries() const
 
 void AcDbDictionary::writeEntries()
 {
-    DxfTags& tags = record_.mutableTags();
+    tagsStale_ = true;
+    hostSetModified();
+}
+
+void AcDbDictionary::hostPrepareRecord() const
+{
+    if (!tagsStale_) return;
+    tagsStale_ = false;
+    DxfTags& tags = const_cast<TagRecord&>(record_).mutableTags();
     RecordLayout l = layoutOf(tags);
     std::size_t insertAt = SIZE_MAX;
     DxfTags kept;
@@ -81,18 +90,21 @@ void AcDbDictionary::writeEntries()
     }
     kept.insert(kept.begin() + long(insertAt), pairs.begin(), pairs.end());
     tags = std::move(kept);
-    hostSetModified();
 }
 
 int AcDbDictionary::findKey(const std::wstring& key) const
 {
     hostLoadEntries();
-    std::wstring want = upper(key);
-    for (std::size_t i = 0; i < entries_.size(); ++i) {
-        std::wstring k = database() ? database()->decode(entries_[i].key) : dxf::fromUtf8(entries_[i].key);
-        if (upper(k) == want) return int(i);
+    if (!byKeyValid_) {
+        byKey_.clear();
+        for (std::size_t i = 0; i < entries_.size(); ++i) {
+            std::wstring k = database() ? database()->decode(entries_[i].key) : dxf::fromUtf8(entries_[i].key);
+            byKey_.emplace(upper(k), i);  // the first of two equal keys wins
+        }
+        byKeyValid_ = true;
     }
-    return -1;
+    auto it = byKey_.find(upper(key));
+    return it == byKey_.end() ? -1 : int(it->second);
 }
 
 Acad::ErrorStatus AcDbDictionary::getAt(const wchar_t* key, AcDbObjectId& id) const
@@ -191,6 +203,7 @@ Acad::ErrorStatus AcDbDictionary::setAt(const wchar_t* key, AcDbObject* obj, AcD
         }
     } else {
         entries_.push_back({db->encode(k), id.handle(), isHardOwner() ? 360 : 350});
+        if (byKeyValid_) byKey_.emplace(upper(k), entries_.size() - 1);
     }
     writeEntries();
     obj->setOwnerId(objectId());
@@ -207,6 +220,7 @@ bool AcDbDictionary::setName(const wchar_t* oldKey, const wchar_t* newKey)
     int j = findKey(newKey);
     if (j >= 0 && j != i) return false;
     entries_[std::size_t(i)].key = database()->encode(newKey);
+    byKeyValid_ = false;
     writeEntries();
     return true;
 }
@@ -226,6 +240,7 @@ Acad::ErrorStatus AcDbDictionary::remove(const wchar_t* key, AcDbObjectId& id)
     if (i < 0) return Acad::eKeyNotFound;
     id = database()->idOf(entries_[std::size_t(i)].handle);
     entries_.erase(entries_.begin() + i);
+    byKeyValid_ = false;
     writeEntries();
     if (AcDbObject* o = id.object()) {
         o->removePersistentReactor(objectId());
@@ -247,6 +262,7 @@ void AcDbDictionary::hostRemoveEntryFor(AcDbObjectId id)
     auto it = std::find_if(entries_.begin(), entries_.end(), [&](const RawEntry& e) { return e.handle == id.handle(); });
     if (it == entries_.end()) return;
     entries_.erase(it);
+    byKeyValid_ = false;
     writeEntries();
 }
 

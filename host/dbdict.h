@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/dbobject.h"
@@ -39,6 +40,7 @@ public:
     bool isHardOwner() const;
 
     // --- host internals ---
+    void hostPrepareRecord() const override;
     void hostLoadEntries() const;
     void hostRemoveEntryFor(AcDbObjectId id);  // the entry's object was erased
 
@@ -48,10 +50,15 @@ private:
         AcDbHandle handle;
         int code;         // 350 soft owner, 360 hard owner
     };
+    // Entries change in memory; the record's tags follow when it is written,
+    // so that adding many entries stays linear.
     void writeEntries();
     int findKey(const std::wstring& key) const;
     mutable std::vector<RawEntry> entries_;
     mutable bool loaded_ = false;
+    mutable bool tagsStale_ = false;
+    mutable std::unordered_map<std::wstring, std::size_t> byKey_;  // upper-case key -> index
+    mutable bool byKeyValid_ = false;
 };
 
 // Iterates a dictionary's entries (a snapshot taken at creation).

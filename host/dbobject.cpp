@@ -480,6 +480,7 @@ Acad::ErrorStatus AcDbObject::setXData(const ResBufList& items)
 Acad::ErrorStatus AcDbObject::dwgOutFields(AcDbDwgFiler* filer) const
 {
     assertReadEnabled();
+    hostPrepareRecord();
     filer->writeSoftPointerId(ownerId());
     DxfTags tags = record_.tags();
     filer->writeUInt32(std::uint32_t(tags.size()));
@@ -512,6 +513,7 @@ Acad::ErrorStatus AcDbObject::dwgInFields(AcDbDwgFiler* filer)
 Acad::ErrorStatus AcDbObject::dxfOutFields(AcDbDxfFiler* filer) const
 {
     assertReadEnabled();
+    hostPrepareRecord();
     DxfTags tags = record_.tags();
     RecordLayout l = layoutOf(tags);
     std::size_t end = filesItself() ? l.bodyBegin : l.xdataBegin;

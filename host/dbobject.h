@@ -214,6 +214,9 @@ public:
     TagRecord& record() { return record_; }
     // True for classes that produce their body through dxfOutFields.
     virtual bool filesItself() const;
+    // Brings the record's tags up to date with state kept apart (a
+    // dictionary's entries), before the record is written or copied.
+    virtual void hostPrepareRecord() const {}
     // The DXF record name written for this object ("LINE", "DICTIONARY").
     std::wstring dxfRecordName() const;
     void hostAttach(AcDbStub* stub) { stub_ = stub; }

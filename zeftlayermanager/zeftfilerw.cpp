@@ -13,6 +13,7 @@
 #include "suite/wyprofile.h"
 #include "suite/zeftregistrytools.h"
 #include "zeftlayermanager/res/zeftlayermanagerprompts.h"
+#include "zeftlayermanager/zeftlayermanagerutil.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftruleenum.h"
 #include "zeftlayermanager/zeftruleevaluator.h"
@@ -574,7 +575,7 @@ bool ZEFTFileRW::getStandardName(const std::wstring& fileName, std::wstring& nam
 {
     ZEFT_GUARD("ZEFTFileRW::getStandardName", false, {
         std::wstring folder = standardsFolder();
-        if (folder.empty()) return false;
+        if (folder.empty() || !ZEFTLayerManagerUtil::isStandardsFolderFileName(fileName)) return false;
         name = wyGetProfileString(L"Layer_Standard", L"Name", L"", folder + fileName, 100);
         return !name.empty();
     });

@@ -6,6 +6,7 @@
 #include "host/rxmodule.h"
 #include "suite/wybase.h"
 #include "zeftlayermanager/res/zeftlayermanagerprompts.h"
+#include "zeftlayermanager/zeftfiling.h"
 #include "zeftlayermanager/zeftlayermanagercommands.h"
 #include "zeftlayermanager/zeftlayermanagereditorreactor.h"
 #include "zeftlayermanager/zeftlayerrule.h"
@@ -23,14 +24,7 @@ ZEFTLayerManagerDatabaseReactor* gpDatabaseReactor = nullptr;
 
 void RegisterClasses()
 {
-    ZEFT_GUARD_VOID("ZEFTLayerManager::RegisterClasses", {
-        ZEFTLayerStandard::rxInit();
-        ZEFTLayerRule::rxInit();
-        ZEFTRuleFunction::rxInit();
-        ZEFTRuleEnum::rxInit();
-        ZEFTRuleException::rxInit();
-        acrxBuildClassHierarchy();
-    });
+    ZEFT_GUARD_VOID("ZEFTLayerManager::RegisterClasses", { zeft_filing::registerClasses(); });
 }
 
 void UnregisterClasses()

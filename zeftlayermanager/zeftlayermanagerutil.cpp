@@ -1,7 +1,9 @@
 #include "zeftlayermanager/zeftlayermanagerutil.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 
 #include "host/database.h"
@@ -418,6 +420,9 @@ bool ZEFTLayerManagerUtil::isValidLayerStandardFile(const std::wstring& fileName
     ZEFT_GUARD("ZEFTLayerManagerUtil::isValidLayerStandardFile", false, {
         std::wstring folder;
         if (!isStandardsFolderFileName(fileName) || !ZEFTRegistryTools::GetLayerStandardsPath(folder)) return false;
+        // A folder opens for reading here, but is no file.
+        std::error_code ec;
+        if (!std::filesystem::is_regular_file(dxf::toUtf8(folder + fileName), ec)) return false;
         std::FILE* f = std::fopen(dxf::toUtf8(folder + fileName).c_str(), "r");
         if (!f) return false;
         std::fclose(f);
@@ -429,21 +434,25 @@ bool ZEFTLayerManagerUtil::installStandardFromPath(AcDbDatabase* db, const std::
                                                    const std::wstring& fileName)
 {
     ZEFT_GUARD("ZEFTLayerManagerUtil::installStandardFromPath", false, {
-        if (!db) return false;
-        AcApDocument* doc = acDocManager->documentOf(db);
+        if (!db || db->isR12OrOlder()) return false;
         // The standard first, so that its rules can be set once they exist.
-        auto* standard = new ZEFTLayerStandard;
+        // Added through db itself: a drawing that is not open as a document
+        // (or not the current one) must not send it to the current drawing.
         AcDbObjectId standardId;
-        if (ZEFTDatabaseTools::appendToDictionary(kDictionaryName, standard, standardId, doc, kStandardKey, 0) != 0) {
-            delete standard;
-            return false;
-        }
-        auto rw = std::make_unique<ZEFTFileRW>();
-        rw->readStandard(path);
         AcDbObjectId model, draft, docRule;
+        auto rw = std::make_unique<ZEFTFileRW>();
         {
-            AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db, 0);
+            AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db,
+                                                                     ZEFTDatabaseTools::kCreateIfMissing);
             if (!dict) return false;
+            auto* standard = new ZEFTLayerStandard;
+            if (dict->setAt(kStandardKey, standard, standardId) != Acad::eOk) {
+                delete standard;
+                dict->close();
+                return false;
+            }
+            standard->close();
+            rw->readStandard(path);
             model = rw->createRule(rw->getModelRule(), dict);
             draft = rw->createRule(rw->getDraftRule(), dict);
             docRule = rw->createRule(rw->getDocRule(), dict);
@@ -492,25 +501,59 @@ bool ZEFTLayerManagerUtil::removeLayerStandard(AcDbDatabase* db)
     });
 }
 
+namespace {
+// The rules, functions, enums and exception list that the preview standard
+// brought into the dictionary: they go again with it.
+std::vector<AcDbObjectId>& previewObjects()
+{
+    static std::vector<AcDbObjectId> ids;
+    return ids;
+}
+
+std::vector<AcDbObjectId> entryIds(AcDbDatabase* db)
+{
+    std::vector<AcDbObjectId> ids;
+    if (AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(Util::kDictionaryName, AcDb::kForRead, db, 0)) {
+        for (const AcDbDictionary::Entry& e : dict->entries()) ids.push_back(e.id);
+        dict->close();
+    }
+    return ids;
+}
+}  // namespace
+
 void ZEFTLayerManagerUtil::changeLayerStandard(const std::wstring& fileName, bool apply)
 {
     ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::changeLayerStandard", {
         AcApDocument* doc = acDocManager->curDocument();
         AcDbDatabase* db = doc ? doc->database() : nullptr;
         if (apply) {
+            const std::vector<AcDbObjectId> before = entryIds(db);
             if (AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db, 0)) {
                 dict->setName(kStandardKey, L"ZEFT_LAYER_MANAGER_OLD");
                 dict->close();
             }
             createLayerStandardDictionary(doc, fileName);
+            const AcDbObjectId preview = getStandardFromDictionary(db);
+            previewObjects().clear();
+            for (const AcDbObjectId& id : entryIds(db))
+                if (id != preview && std::find(before.begin(), before.end(), id) == before.end())
+                    previewObjects().push_back(id);
             m_gbUseRuleFromDictionaryIngetEntityLayerName = true;
         } else {
             if (AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db, 0)) {
                 // The preview standard is detached, not erased, as the drawing's own was kept.
                 dict->remove(kStandardKey);
+                for (const AcDbObjectId& id : previewObjects()) {
+                    AcDbObject* obj = nullptr;
+                    if (dict->has(id) && acdbOpenObject(obj, id, AcDb::kForWrite) == Acad::eOk) {
+                        obj->erase();
+                        obj->close();
+                    }
+                }
                 dict->setName(L"ZEFT_LAYER_MANAGER_OLD", kStandardKey);
                 dict->close();
             }
+            previewObjects().clear();
             m_gbUseRuleFromDictionaryIngetEntityLayerName = false;
         }
     });

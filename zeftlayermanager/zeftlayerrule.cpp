@@ -2,20 +2,10 @@
 
 #include "host/filer.h"
 #include "suite/wybase.h"
+#include "zeftlayermanager/zeftfiling.h"
 
 ACRX_DXF_DEFINE_MEMBERS(ZEFTLayerRule, AcDbObject, AcDb::kDHL_CURRENT, AcDb::kMReleaseCurrent, 0, ZEFTLAYERRULE,
                         ZEFTLayerManager)
-
-namespace zeft_filing {
-bool readItemOfCode(AcDbDxfFiler* filer, short code, ResBuf& item)
-{
-    filer->readItem(item);
-    if (item.restype == code) return true;
-    filer->pushBackItem();
-    filer->setError(Acad::eInvalidDxfCode, L"\nError: expected group code %d", int(code));
-    return false;
-}
-}  // namespace zeft_filing
 
 ZEFTLayerRule::ZEFTLayerRule() = default;
 ZEFTLayerRule::~ZEFTLayerRule() = default;
@@ -40,23 +30,14 @@ Acad::ErrorStatus ZEFTLayerRule::dwgInFields(AcDbDwgFiler* filer)
 {
     ZEFT_GUARD("ZEFTLayerRule::dwgInFields", Acad::eNotOpenForWrite, {
         assertWriteEnabled();
-        Acad::ErrorStatus es = AcDbObject::dwgInFields(filer);
-        if (es != Acad::eOk) return es;
         std::uint16_t version = 0;
-        filer->readUInt16(&version);
-        // A newer module wrote it: keep the object as a proxy.
-        if (version > kCurrentVersion) return Acad::eMakeMeProxy;
-        std::uint32_t count = 0;
-        filer->readUInt32(&count);
-        m_fields.clear();
-        // A damaged stream stops the loop instead of appending empty fields.
-        for (std::uint32_t i = 0; i < count && filer->filerStatus() == Acad::eOk; ++i) {
-            RuleField field;
+        const Acad::ErrorStatus es = zeft_filing::readHead(*this, filer, kCurrentVersion, version);
+        if (es != Acad::eOk) return es;
+        zeft_filing::readList(filer, m_fields, [&](RuleField& field) {
             filer->readString(field.value);
             filer->readBool(&field.isFunction);
             if (version >= 2) filer->readString(field.name);
-            m_fields.push_back(std::move(field));
-        }
+        });
         return Acad::eOk;
     });
 }
@@ -65,15 +46,13 @@ Acad::ErrorStatus ZEFTLayerRule::dwgOutFields(AcDbDwgFiler* filer) const
 {
     ZEFT_GUARD("ZEFTLayerRule::dwgOutFields", Acad::eNotOpenForRead, {
         assertReadEnabled();
-        Acad::ErrorStatus es = AcDbObject::dwgOutFields(filer);
+        const Acad::ErrorStatus es = zeft_filing::writeHead(*this, filer, kCurrentVersion);
         if (es != Acad::eOk) return es;
-        filer->writeUInt16(kCurrentVersion);
-        filer->writeUInt32(std::uint32_t(m_fields.size()));
-        for (const RuleField& field : m_fields) {
+        zeft_filing::writeList(filer, m_fields, [&](const RuleField& field) {
             filer->writeString(field.value);
             filer->writeBool(field.isFunction);
             filer->writeString(field.name);
-        }
+        });
         return Acad::eOk;
     });
 }
@@ -82,30 +61,21 @@ Acad::ErrorStatus ZEFTLayerRule::dxfInFields(AcDbDxfFiler* filer)
 {
     ZEFT_GUARD("ZEFTLayerRule::dxfInFields", Acad::eNotOpenForWrite, {
         assertWriteEnabled();
-        Acad::ErrorStatus es = AcDbObject::dxfInFields(filer);
+        std::uint16_t version = 0;
+        const Acad::ErrorStatus es = zeft_filing::readHead(*this, filer, L"ZEFTLayerRule", kCurrentVersion, version);
         if (es != Acad::eOk) return es;
-        if (!filer->atSubClassData(L"ZEFTLayerRule")) return filer->filerStatus();
         ResBuf item;
-        if (!zeft_filing::readItemOfCode(filer, 70, item)) return filer->filerStatus();
-        const std::uint16_t version = std::uint16_t(item.rint());
-        if (version > kCurrentVersion) return Acad::eMakeMeProxy;
-        if (!zeft_filing::readItemOfCode(filer, 90, item)) return filer->filerStatus();
-        // The count is read through the 16-bit view, as drawings of every
-        // version were read; counts stay far below 32768.
-        const int count = item.rint();
-        m_fields.clear();
-        for (int i = 0; i < count; ++i) {
-            RuleField field;
-            if (!zeft_filing::readItemOfCode(filer, 1, item)) return filer->filerStatus();
+        zeft_filing::readList(filer, m_fields, [&](RuleField& field) {
+            if (!zeft_filing::readItemOfCode(filer, 1, item)) return false;
             field.value = item.str;
-            if (!zeft_filing::readItemOfCode(filer, 70, item)) return filer->filerStatus();
+            if (!zeft_filing::readItemOfCode(filer, 70, item)) return false;
             field.isFunction = item.rint() != 0;
             if (version >= 2) {
-                if (!zeft_filing::readItemOfCode(filer, 1, item)) return filer->filerStatus();
+                if (!zeft_filing::readItemOfCode(filer, 1, item)) return false;
                 field.name = item.str;
             }
-            m_fields.push_back(std::move(field));
-        }
+            return true;
+        });
         return filer->filerStatus();
     });
 }
@@ -114,16 +84,13 @@ Acad::ErrorStatus ZEFTLayerRule::dxfOutFields(AcDbDxfFiler* filer) const
 {
     ZEFT_GUARD("ZEFTLayerRule::dxfOutFields", Acad::eNotOpenForRead, {
         assertReadEnabled();
-        Acad::ErrorStatus es = AcDbObject::dxfOutFields(filer);
+        const Acad::ErrorStatus es = zeft_filing::writeHead(*this, filer, L"ZEFTLayerRule", kCurrentVersion);
         if (es != Acad::eOk) return es;
-        filer->writeString(100, L"ZEFTLayerRule");
-        filer->writeUInt16(70, kCurrentVersion);
-        filer->writeUInt32(90, std::uint32_t(m_fields.size()));
-        for (const RuleField& field : m_fields) {
+        zeft_filing::writeList(filer, m_fields, [&](const RuleField& field) {
             filer->writeString(1, field.value);
             filer->writeInt16(70, field.isFunction ? 1 : 0);
             filer->writeString(1, field.name);
-        }
+        });
         return filer->filerStatus();
     });
 }

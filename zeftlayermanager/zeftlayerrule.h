@@ -31,11 +31,3 @@ public:
 private:
     std::vector<RuleField> m_fields;
 };
-
-// DXF reading shared by the module's persistent classes.
-namespace zeft_filing {
-// Reads the next item into `item`. When its group code is not `code`, the
-// item is pushed back, the filer is given eInvalidDxfCode with the
-// expected code, and false is returned.
-bool readItemOfCode(AcDbDxfFiler* filer, short code, ResBuf& item);
-}  // namespace zeft_filing

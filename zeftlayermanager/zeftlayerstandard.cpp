@@ -2,7 +2,7 @@
 
 #include "host/filer.h"
 #include "suite/wybase.h"
-#include "zeftlayermanager/zeftlayerrule.h"
+#include "zeftlayermanager/zeftfiling.h"
 
 ACRX_DXF_DEFINE_MEMBERS(ZEFTLayerStandard, AcDbObject, AcDb::kDHL_CURRENT, AcDb::kMReleaseCurrent, 0,
                         ZEFTLAYERSTANDARD, ZEFTLayerManager)
@@ -114,11 +114,9 @@ Acad::ErrorStatus ZEFTLayerStandard::dwgInFields(AcDbDwgFiler* filer)
 {
     ZEFT_GUARD("ZEFTLayerStandard::dwgInFields", Acad::eNotOpenForWrite, {
         assertWriteEnabled();
-        Acad::ErrorStatus es = AcDbObject::dwgInFields(filer);
-        if (es != Acad::eOk) return es;
         std::uint16_t version = 0;
-        filer->readUInt16(&version);
-        if (version > kCurrentVersion) return Acad::eMakeMeProxy;
+        const Acad::ErrorStatus es = zeft_filing::readHead(*this, filer, kCurrentVersion, version);
+        if (es != Acad::eOk) return es;
         filer->readHardPointerId(&m_modelRule);
         filer->readHardPointerId(&m_draftRule);
         filer->readHardPointerId(&m_docRule);
@@ -137,9 +135,8 @@ Acad::ErrorStatus ZEFTLayerStandard::dwgOutFields(AcDbDwgFiler* filer) const
 {
     ZEFT_GUARD("ZEFTLayerStandard::dwgOutFields", Acad::eNotOpenForRead, {
         assertReadEnabled();
-        Acad::ErrorStatus es = AcDbObject::dwgOutFields(filer);
+        const Acad::ErrorStatus es = zeft_filing::writeHead(*this, filer, kCurrentVersion);
         if (es != Acad::eOk) return es;
-        filer->writeUInt16(kCurrentVersion);
         filer->writeHardPointerId(m_modelRule);
         filer->writeHardPointerId(m_draftRule);
         filer->writeHardPointerId(m_docRule);
@@ -154,13 +151,10 @@ Acad::ErrorStatus ZEFTLayerStandard::dxfInFields(AcDbDxfFiler* filer)
 {
     ZEFT_GUARD("ZEFTLayerStandard::dxfInFields", Acad::eNotOpenForWrite, {
         assertWriteEnabled();
-        Acad::ErrorStatus es = AcDbObject::dxfInFields(filer);
+        std::uint16_t version = 0;
+        const Acad::ErrorStatus es = zeft_filing::readHead(*this, filer, L"ZEFTLayerStandard", kCurrentVersion, version);
         if (es != Acad::eOk) return es;
-        if (!filer->atSubClassData(L"ZEFTLayerStandard")) return filer->filerStatus();
         ResBuf item;
-        if (!zeft_filing::readItemOfCode(filer, 70, item)) return filer->filerStatus();
-        const std::uint16_t version = std::uint16_t(item.rint());
-        if (version > kCurrentVersion) return Acad::eMakeMeProxy;
         for (AcDbObjectId* id : {&m_modelRule, &m_draftRule, &m_docRule}) {
             if (!zeft_filing::readItemOfCode(filer, 340, item)) return filer->filerStatus();
             *id = item.id;
@@ -183,10 +177,8 @@ Acad::ErrorStatus ZEFTLayerStandard::dxfOutFields(AcDbDxfFiler* filer) const
 {
     ZEFT_GUARD("ZEFTLayerStandard::dxfOutFields", Acad::eNotOpenForRead, {
         assertReadEnabled();
-        Acad::ErrorStatus es = AcDbObject::dxfOutFields(filer);
+        const Acad::ErrorStatus es = zeft_filing::writeHead(*this, filer, L"ZEFTLayerStandard", kCurrentVersion);
         if (es != Acad::eOk) return es;
-        filer->writeString(100, L"ZEFTLayerStandard");
-        filer->writeUInt16(70, kCurrentVersion);
         filer->writeObjectId(340, m_modelRule);
         filer->writeObjectId(340, m_draftRule);
         filer->writeObjectId(340, m_docRule);

@@ -2,7 +2,7 @@
 
 #include "host/filer.h"
 #include "suite/wybase.h"
-#include "zeftlayermanager/zeftlayerrule.h"
+#include "zeftlayermanager/zeftfiling.h"
 
 ACRX_DXF_DEFINE_MEMBERS(ZEFTRuleEnum, AcDbObject, AcDb::kDHL_CURRENT, AcDb::kMReleaseCurrent, 0, ZEFTRULEENUM,
                         ZEFTLayerManager)
@@ -70,20 +70,11 @@ Acad::ErrorStatus ZEFTRuleEnum::dwgInFields(AcDbDwgFiler* filer)
 {
     ZEFT_GUARD("ZEFTRuleEnum::dwgInFields", Acad::eNotOpenForWrite, {
         assertWriteEnabled();
-        Acad::ErrorStatus es = AcDbObject::dwgInFields(filer);
-        if (es != Acad::eOk) return es;
         std::uint16_t version = 0;
-        filer->readUInt16(&version);
-        if (version > kCurrentVersion) return Acad::eMakeMeProxy;
+        const Acad::ErrorStatus es = zeft_filing::readHead(*this, filer, kCurrentVersion, version);
+        if (es != Acad::eOk) return es;
         filer->readString(m_name);
-        std::uint32_t count = 0;
-        filer->readUInt32(&count);
-        m_values.clear();
-        for (std::uint32_t i = 0; i < count && filer->filerStatus() == Acad::eOk; ++i) {
-            std::wstring value;
-            filer->readString(value);
-            m_values.push_back(std::move(value));
-        }
+        zeft_filing::readStrings(filer, m_values);
         return filer->filerStatus();
     });
 }
@@ -92,12 +83,10 @@ Acad::ErrorStatus ZEFTRuleEnum::dwgOutFields(AcDbDwgFiler* filer) const
 {
     ZEFT_GUARD("ZEFTRuleEnum::dwgOutFields", Acad::eNotOpenForRead, {
         assertReadEnabled();
-        Acad::ErrorStatus es = AcDbObject::dwgOutFields(filer);
+        const Acad::ErrorStatus es = zeft_filing::writeHead(*this, filer, kCurrentVersion);
         if (es != Acad::eOk) return es;
-        filer->writeUInt16(kCurrentVersion);
         filer->writeString(m_name);
-        filer->writeUInt32(std::uint32_t(m_values.size()));
-        for (const std::wstring& value : m_values) filer->writeString(value);
+        zeft_filing::writeStrings(filer, m_values);
         return filer->filerStatus();
     });
 }
@@ -106,22 +95,13 @@ Acad::ErrorStatus ZEFTRuleEnum::dxfInFields(AcDbDxfFiler* filer)
 {
     ZEFT_GUARD("ZEFTRuleEnum::dxfInFields", Acad::eNotOpenForWrite, {
         assertWriteEnabled();
-        Acad::ErrorStatus es = AcDbObject::dxfInFields(filer);
+        std::uint16_t version = 0;
+        const Acad::ErrorStatus es = zeft_filing::readHead(*this, filer, L"ZEFTRuleEnum", kCurrentVersion, version);
         if (es != Acad::eOk) return es;
-        if (!filer->atSubClassData(L"ZEFTRuleEnum")) return filer->filerStatus();
         ResBuf item;
-        if (!zeft_filing::readItemOfCode(filer, 70, item)) return filer->filerStatus();
-        if (std::uint16_t(item.rint()) > kCurrentVersion) return Acad::eMakeMeProxy;
         if (!zeft_filing::readItemOfCode(filer, 1, item)) return filer->filerStatus();
         m_name = item.str;
-        if (!zeft_filing::readItemOfCode(filer, 90, item)) return filer->filerStatus();
-        // Through the 16-bit view, like the rule's field count.
-        const int count = item.rint();
-        m_values.clear();
-        for (int i = 0; i < count; ++i) {
-            if (!zeft_filing::readItemOfCode(filer, 1, item)) return filer->filerStatus();
-            m_values.push_back(item.str);
-        }
+        zeft_filing::readStrings(filer, m_values);
         return filer->filerStatus();
     });
 }
@@ -130,13 +110,10 @@ Acad::ErrorStatus ZEFTRuleEnum::dxfOutFields(AcDbDxfFiler* filer) const
 {
     ZEFT_GUARD("ZEFTRuleEnum::dxfOutFields", Acad::eNotOpenForRead, {
         assertReadEnabled();
-        Acad::ErrorStatus es = AcDbObject::dxfOutFields(filer);
+        const Acad::ErrorStatus es = zeft_filing::writeHead(*this, filer, L"ZEFTRuleEnum", kCurrentVersion);
         if (es != Acad::eOk) return es;
-        filer->writeString(100, L"ZEFTRuleEnum");
-        filer->writeUInt16(70, kCurrentVersion);
         filer->writeString(1, m_name);
-        filer->writeUInt32(90, std::uint32_t(m_values.size()));
-        for (const std::wstring& value : m_values) filer->writeString(1, value);
+        zeft_filing::writeStrings(filer, m_values);
         return filer->filerStatus();
     });
 }

@@ -430,8 +430,9 @@ int cmdExport(const std::vector<std::string>& args)
     if (!fs::is_regular_file(tmp, ec)) return failure(args[1] + ": cannot write");
     fs::rename(tmp, target, ec);
     if (ec) {
+        const std::string why = ec.message();
         fs::remove(tmp, ec);
-        return failure(args[1] + ": cannot write: " + ec.message());
+        return failure(args[1] + ": cannot write: " + why);
     }
     std::printf("Wrote the layer standard \"%s\" to %s\n", toUtf8(v.name).c_str(), args[1].c_str());
     return kSuccess;

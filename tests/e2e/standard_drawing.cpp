@@ -17,6 +17,7 @@
 
 #include "host/database.h"
 #include "host/dbdict.h"
+#include "zeftlayermanager/zeftfiling.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftlayerstandard.h"
 #include "zeftlayermanager/zeftruleenum.h"
@@ -235,12 +236,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: standard_drawing write OUT.dxf | dump IN.dxf | copy IN.dxf OUT.dxf\n");
         return 2;
     }
-    ZEFTLayerStandard::rxInit();
-    ZEFTLayerRule::rxInit();
-    ZEFTRuleFunction::rxInit();
-    ZEFTRuleEnum::rxInit();
-    ZEFTRuleException::rxInit();
-    acrxBuildClassHierarchy();
+    zeft_filing::registerClasses();
     try {
         if (mode == "write") write(argv[2]);
         else if (mode == "dump") return dump(argv[2]);

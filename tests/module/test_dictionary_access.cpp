@@ -12,6 +12,7 @@
 #include "host/database.h"
 #include "host/dbclasses.h"
 #include "host/document.h"
+#include "moduletestenv.h"
 #include "suite/zeftdatabasetools.h"
 #include "zeftlayermanager/zeftlayermanagerutil.h"
 #include "zeftlayermanager/zeftlayerrule.h"
@@ -25,21 +26,11 @@ namespace {
 using Acad::eOk;
 using Util = ZEFTLayerManagerUtil;
 using Tools = ZEFTDatabaseTools;
-using Fields = std::vector<RuleField>;
-using Strings = std::vector<std::wstring>;
+using moduletest::Fields;
+using moduletest::Strings;
 
-class DictionaryAccess : public ::testing::Test {
+class DictionaryAccess : public moduletest::ModuleTest {
 protected:
-    void SetUp() override
-    {
-        ZEFTLayerStandard::rxInit();
-        ZEFTLayerRule::rxInit();
-        ZEFTRuleFunction::rxInit();
-        ZEFTRuleEnum::rxInit();
-        ZEFTRuleException::rxInit();
-        acrxBuildClassHierarchy();
-    }
-
     // Adds as the installer does: under the layer manager dictionary.
     AcDbObjectId append(AcDbObject* obj, const wchar_t* key = nullptr)
     {

@@ -8,6 +8,7 @@
 #include "host/database.h"
 #include "host/dbclasses.h"
 #include "host/dbsymtb.h"
+#include "moduletestenv.h"
 #include "zeftlayermanager/zeftlayermanagerutil.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftlayerstandard.h"
@@ -19,21 +20,16 @@ namespace {
 
 using Acad::eOk;
 using Util = ZEFTLayerManagerUtil;
-using Fields = std::vector<RuleField>;
+using moduletest::Fields;
 using Codes = std::vector<short>;
 
 const wchar_t* const kApp = L"BELTRIX_LAYER_MANAGER";
 
-class EntityXData : public ::testing::Test {
+class EntityXData : public moduletest::ModuleTest {
 protected:
     void SetUp() override
     {
-        ZEFTLayerStandard::rxInit();
-        ZEFTLayerRule::rxInit();
-        ZEFTRuleFunction::rxInit();
-        ZEFTRuleEnum::rxInit();
-        ZEFTRuleException::rxInit();
-        acrxBuildClassHierarchy();
+        ModuleTest::SetUp();
         AcDbObjectPointer<AcDbBlockTableRecord> ms(db.modelSpaceId(), AcDb::kForWrite);
         auto* line = new AcDbLine({0, 0, 0}, {1, 1, 0});
         ASSERT_EQ(ms->appendAcDbEntity(id, line), eOk);

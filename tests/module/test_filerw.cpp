@@ -12,6 +12,7 @@
 
 #include "host/database.h"
 #include "host/dbdict.h"
+#include "moduletestenv.h"
 #include "suite/wybase.h"
 #include "suite/wyprofile.h"
 #include "zeftlayermanager/zeftfilerw.h"
@@ -24,11 +25,13 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Fields = std::vector<RuleField>;
-using Pairs = std::vector<std::pair<std::wstring, std::wstring>>;
-using Strings = std::vector<std::wstring>;
+using moduletest::Fields;
+using moduletest::Pairs;
+using moduletest::pairsOf;
+using moduletest::Strings;
+using moduletest::valuesOf;
 
-class FileRW : public ::testing::Test {
+class FileRW : public moduletest::ModuleTest {
 protected:
     void SetUp() override
     {
@@ -39,11 +42,7 @@ protected:
         // file system as UTF-8.
         file_ = dir_ / "Mod\xC3\xA8le.std";
         path_ = std::wstring(templ.begin(), templ.end()) + L"/Mod\u00E8le.std";
-        ZEFTLayerRule::rxInit();
-        ZEFTRuleFunction::rxInit();
-        ZEFTRuleEnum::rxInit();
-        ZEFTRuleException::rxInit();
-        acrxBuildClassHierarchy();
+        ModuleTest::SetUp();
     }
     void TearDown() override { fs::remove_all(dir_); }
 
@@ -77,25 +76,6 @@ std::unique_ptr<ZEFTRuleEnum> enumeration(const std::wstring& name, const String
     e->setName(name);
     for (const auto& v : values) e->addValue(v);
     return e;
-}
-
-template <class T>
-Pairs pairsOf(const T& object)
-{
-    Pairs out;
-    for (int i = 0; i < object.getPairsNumber(); ++i) {
-        std::wstring k, v;
-        object.getPair(unsigned(i), k, v);
-        out.emplace_back(k, v);
-    }
-    return out;
-}
-
-Strings valuesOf(const ZEFTRuleEnum& e)
-{
-    Strings out;
-    e.getValues(out);
-    return out;
 }
 
 // A small standard as the editor hands it over; the objects stay the caller's.

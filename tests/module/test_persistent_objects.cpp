@@ -12,6 +12,7 @@
 #include "host/dbclasses.h"
 #include "host/dbdict.h"
 #include "host/filer.h"
+#include "moduletestenv.h"
 #include "suite/wybase.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftlayerstandard.h"
@@ -22,24 +23,13 @@
 namespace {
 
 using Acad::eOk;
-using Pairs = std::vector<std::pair<std::wstring, std::wstring>>;
-using Strings = std::vector<std::wstring>;
-using Fields = std::vector<RuleField>;
+using moduletest::Fields;
+using moduletest::Pairs;
+using moduletest::pairsOf;
+using moduletest::Strings;
+using moduletest::valuesOf;
 
-class PersistentObjects : public ::testing::Test {
-protected:
-    // rxInit is idempotent: per test, so that a test elsewhere in the binary
-    // that unregisters the classes cannot leave these without them.
-    void SetUp() override
-    {
-        ZEFTLayerStandard::rxInit();
-        ZEFTLayerRule::rxInit();
-        ZEFTRuleFunction::rxInit();
-        ZEFTRuleEnum::rxInit();
-        ZEFTRuleException::rxInit();
-        acrxBuildClassHierarchy();
-    }
-};
+using PersistentObjects = moduletest::ModuleTest;
 using LayerRule = PersistentObjects;
 using LayerStandard = PersistentObjects;
 using RuleEnum = PersistentObjects;
@@ -111,25 +101,6 @@ Fields fieldsOf(const ZEFTLayerRule& rule)
     Fields fields;
     rule.getFields(fields);
     return fields;
-}
-
-template <class T>
-Pairs pairsOf(const T& obj)
-{
-    Pairs pairs;
-    for (int i = 0; i < obj.getPairsNumber(); ++i) {
-        std::wstring k, v;
-        obj.getPair(unsigned(i), k, v);
-        pairs.emplace_back(k, v);
-    }
-    return pairs;
-}
-
-Strings valuesOf(const ZEFTRuleEnum& e)
-{
-    Strings values;
-    e.getValues(values);
-    return values;
 }
 
 const Fields kFields = {
