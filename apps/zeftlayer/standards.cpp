@@ -141,6 +141,14 @@ std::string quoted(const std::wstring& s)
     return out + "\"";
 }
 
+// Padded to a width in characters, not bytes, so that accents keep columns straight.
+std::string padded(const std::wstring& s, std::size_t width)
+{
+    std::string out = toUtf8(s);
+    if (s.size() < width) out.append(width - s.size(), ' ');
+    return out;
+}
+
 std::string json(const std::wstring& s)
 {
     std::string out = "\"";
@@ -213,7 +221,7 @@ void printText(const StandardView& v)
         if (v.rules[i].empty()) std::printf("  (empty)\n");
         int n = 0;
         for (const RuleField& f : v.rules[i])
-            std::printf("  %d. %-24s %-24s %s\n", ++n, toUtf8(f.name).c_str(), toUtf8(f.value).c_str(),
+            std::printf("  %d. %s %s %s\n", ++n, padded(f.name, 24).c_str(), padded(f.value, 24).c_str(),
                         f.isFunction ? "function" : "text");
     }
     std::printf("\nFunctions:\n");
@@ -223,7 +231,7 @@ void printText(const StandardView& v)
         for (int i = 0; i < f->getPairsNumber(); ++i) {
             std::wstring k, val;
             f->getPair(unsigned(i), k, val);
-            std::printf("    %-24s -> %s\n", toUtf8(k).c_str(), toUtf8(val).c_str());
+            std::printf("    %s -> %s\n", padded(k, 24).c_str(), toUtf8(val).c_str());
         }
     }
     std::printf("\nEnumerations:\n");
@@ -241,7 +249,7 @@ void printText(const StandardView& v)
     for (int i = 0; i < pairs; ++i) {
         std::wstring k, val;
         v.exception->getPair(unsigned(i), k, val);
-        std::printf("  %-24s -> %s\n", toUtf8(k).c_str(), toUtf8(val).c_str());
+        std::printf("  %s -> %s\n", padded(k, 24).c_str(), toUtf8(val).c_str());
     }
 }
 
