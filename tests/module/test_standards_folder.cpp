@@ -20,6 +20,7 @@
 #include "suite/zeftdatabasetools.h"
 #include "suite/zeftregistrytools.h"
 #include "zeftlayermanager/zeftfilerw.h"
+#include "zeftlayermanager/zeftfiling.h"
 #include "zeftlayermanager/zeftlayermanagerutil.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftlayerstandard.h"
@@ -56,12 +57,7 @@ class StandardsFolder : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        ZEFTLayerStandard::rxInit();
-        ZEFTLayerRule::rxInit();
-        ZEFTRuleFunction::rxInit();
-        ZEFTRuleEnum::rxInit();
-        ZEFTRuleException::rxInit();
-        acrxBuildClassHierarchy();
+        zeft_filing::registerClasses();
         std::string templ = ::testing::TempDir() + "zeftstd-XXXXXX";
         ASSERT_NE(::mkdtemp(templ.data()), nullptr);
         data_ = templ;
@@ -249,38 +245,6 @@ TEST_F(StandardsFolder, AValidFileIsAReadableFileOfTheFolder)
 // ---------------------------------------------------------------------------
 // Installing into a drawing
 
-TEST_F(StandardsFolder, TheDefaultInstallsAsItsStandardRulesAndExceptions)
-{
-    listed();
-    AcApDocument* doc = newDocument();
-    AcDbDatabase* db = doc->database();
-    Util::createLayerStandardDictionary(doc, L"Beltrix.std");
-
-    const Pairs all = entries(db);
-    ASSERT_FALSE(all.empty());
-    EXPECT_EQ(all.front().first, L"ZEFT_LAYER_MANAGER");
-    EXPECT_EQ(classes(db), plus(kStandardAndRules, {L"ZEFTRuleException"}));
-    const StandardTexts s = standardOf(db);
-    EXPECT_EQ(s.name, L"Beltrix");
-    EXPECT_EQ(s.file, L"Beltrix.std");
-    EXPECT_EQ(s.separator, L". ");
-    const RuleField building{L"Building Name", L"=BUILDING()", true};
-    const RuleField level{L"Level / View name", L"=LEVEL/VIEW()", true};
-    EXPECT_EQ(s.model, (Fields{building, level}));
-    EXPECT_EQ(s.draft, (Fields{building, level, {L"Element Type", L"=GENERAL TYPE()", true}}));
-    EXPECT_EQ(s.doc, (Fields{{L"User defined", L"CalquePlans", false}}));
-
-    AcDbObjectPointer<ZEFTRuleException> x(Util::getExceptionFromDictionary(db), AcDb::kForRead);
-    ASSERT_TRUE(x);
-    Pairs pairs;
-    for (int i = 0; i < x->getPairsNumber(); ++i) {
-        std::wstring k, v;
-        x->getPair(unsigned(i), k, v);
-        pairs.emplace_back(k, v);
-    }
-    EXPECT_EQ(pairs, (Pairs{{L"ZEFTGridRectangularE", L"Trame"}, {L"AcDbViewport", L"Frames"}}));
-}
-
 TEST_F(StandardsFolder, AFileOfRulesAloneGivesTheStandardAndItsThreeRules)
 {
     put("rules.std", "[Layer_Standard]\r\nName=Rules\r\n[Doc_Rules]\r\nName_1=Doc\r\nField_1=Plans\r\n");
@@ -291,7 +255,9 @@ TEST_F(StandardsFolder, AFileOfRulesAloneGivesTheStandardAndItsThreeRules)
     Util::createLayerStandardDictionary(doc, L"../outside.std");
     EXPECT_TRUE(Util::getStandardFromDictionary(db).isNull()) << "a name outside the folder installs nothing";
 
+    // The default's contents installed are checked by the command line's tests.
     Util::createLayerStandardDictionary(doc, L"rules.std");
+    EXPECT_EQ(keys(db).front(), L"ZEFT_LAYER_MANAGER");
     EXPECT_EQ(classes(db), kStandardAndRules);
     const StandardTexts s = standardOf(db);
     EXPECT_EQ(s.name, L"Rules");
