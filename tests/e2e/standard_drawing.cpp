@@ -6,7 +6,6 @@
 //   standard_drawing dump IN.dxf     the layer standard of IN as JSON on
 //                                    standard output; the drawing's read
 //                                    warnings go to standard error
-//   standard_drawing copy IN OUT     IN read with the classes and written to OUT
 //
 // Exit status: 0 done, 1 failure or no layer standard in IN (message on
 // stderr), 2 usage.
@@ -189,14 +188,12 @@ int dump(const std::string& path)
     standard.close();
 
     // The other objects, told apart by class, in dictionary order.
-    std::vector<std::string> functions, enums, exceptions, kept;
+    std::vector<std::string> functions, enums, exceptions;
     for (const AcDbDictionary::Entry& e : entries) {
         if (e.id == standardId) continue;
         AcDbObject* obj = nullptr;
         if (acdbOpenObject(obj, e.id, AcDb::kForRead) != Acad::eOk) continue;
-        if (obj->isAProxy()) {
-            kept.push_back("{\"handle\": \"" + e.id.handle().str() + "\", \"class\": " + json(obj->isA()->name()) + "}");
-        } else if (auto* f = ZEFTRuleFunction::cast(obj)) {
+        if (auto* f = ZEFTRuleFunction::cast(obj)) {
             std::vector<std::pair<std::wstring, std::wstring>> pairs(std::size_t(f->getPairsNumber()));
             for (std::size_t i = 0; i < pairs.size(); ++i) f->getPair(unsigned(i), pairs[i].first, pairs[i].second);
             functions.push_back("{\"name\": " + json(f->getName()) + ", \"default\": " + json(f->getDefaultValue()) +
@@ -221,8 +218,7 @@ int dump(const std::string& path)
     };
     out += "  \"functions\": " + list(functions) + ",\n";
     out += "  \"enums\": " + list(enums) + ",\n";
-    out += "  \"exceptions\": " + (exceptions.empty() ? std::string("null") : exceptions.front()) + ",\n";
-    out += "  \"kept\": " + list(kept) + "\n}\n";
+    out += "  \"exceptions\": " + (exceptions.empty() ? std::string("null") : exceptions.front()) + "\n}\n";
     std::fwrite(out.data(), 1, out.size(), stdout);
     return 0;
 }
@@ -232,15 +228,14 @@ int dump(const std::string& path)
 int main(int argc, char** argv)
 {
     const std::string mode = argc > 1 ? argv[1] : "";
-    if (!((mode == "write" || mode == "dump") && argc == 3) && !(mode == "copy" && argc == 4)) {
-        std::fprintf(stderr, "usage: standard_drawing write OUT.dxf | dump IN.dxf | copy IN.dxf OUT.dxf\n");
+    if (!((mode == "write" || mode == "dump") && argc == 3)) {
+        std::fprintf(stderr, "usage: standard_drawing write OUT.dxf | dump IN.dxf\n");
         return 2;
     }
     zeft_filing::registerClasses();
     try {
         if (mode == "write") write(argv[2]);
-        else if (mode == "dump") return dump(argv[2]);
-        else AcDbDatabase::readDxf(argv[2])->writeDxf(argv[3]);
+        else return dump(argv[2]);
     } catch (const Failure& f) {
         std::fprintf(stderr, "standard_drawing: %s: %s\n", argv[2], f.what.c_str());
         return 1;

@@ -170,19 +170,15 @@ class ConvertBadInputs(unittest.TestCase):
         self.assertEqual(os.listdir(outdir), ["out.dxf"])
         return message
 
-    def test_truncated_in_a_value(self):
+    def test_truncated_in_a_value_or_after_a_group_code(self):
         d = Drawing(common.SAMPLE)
         i = len(d.tags) // 2
         while len(d.tags[i][1]) < 4:
             i += 1
-        cut = len(b"".join(c + d.eol + v + d.eol for c, v in d.tags[:i])) + len(d.tags[i][0] + d.eol) + 2
-        self.assert_fails_cleanly(self.write("cut_value.dxf", self.sample[:cut]), r"line \d+")
-
-    def test_truncated_after_a_group_code(self):
-        d = Drawing(common.SAMPLE)
-        i = len(d.tags) // 2
-        cut = len(b"".join(c + d.eol + v + d.eol for c, v in d.tags[:i])) + len(d.tags[i][0] + d.eol)
-        self.assert_fails_cleanly(self.write("cut_code.dxf", self.sample[:cut]), r"line \d+")
+        code_end = len(b"".join(c + d.eol + v + d.eol for c, v in d.tags[:i])) + len(d.tags[i][0] + d.eol)
+        for name, cut in (("cut_value.dxf", code_end + 2), ("cut_code.dxf", code_end)):
+            with self.subTest(name=name):
+                self.assert_fails_cleanly(self.write(name, self.sample[:cut]), r"line \d+")
 
     def test_truncated_binary_drawing(self):
         source = common.corpus_file(BINARY_DRAWING)

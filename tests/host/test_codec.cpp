@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace {
@@ -141,18 +142,23 @@ TEST(Codec, Utf8Helpers) {
     EXPECT_EQ(dxf::fromUtf8("\\U+4E2D"), L"\\U+4E2D");  // no DXF escapes here
 }
 
-// Every string of every corpus drawing survives decode and encode: byte for
-// byte, or, where "\U+" escapes were normalised, as the same text.
+// Every corpus drawing tokenizes to its EOF, and every string of it survives
+// decode and encode: byte for byte, or, where "\U+" escapes were normalised,
+// as the same text.
 TEST(Codec, CorpusStringsRoundTrip) {
-    std::size_t values = 0;
+    std::size_t values = 0, files = 0;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(ZEFT_CORPUS_DIR "/dxf")) {
         const std::string ext = entry.path().extension().string();
         if (!entry.is_regular_file() || (ext != ".dxf" && ext != ".DXF")) continue;
         SCOPED_TRACE(entry.path().string());
+        ++files;
         const dxf::DrawingText d = dxf::loadDrawingText(entry.path().string());
         std::vector<dxf::TagView> tags;
         dxf::Tokenizer tok(d);
         for (dxf::TagView t; tok.next(t);) tags.push_back(t);
+        EXPECT_TRUE(std::any_of(tags.begin(), tags.end(), [](const dxf::TagView& t) {
+            return t.code == 0 && t.value == "EOF";
+        }));
         std::string acadver, codepage;
         for (std::size_t k = 0; k + 1 < tags.size() && k < 40; ++k) {
             if (tags[k].code == 9 && tags[k].value == "$ACADVER") acadver = tags[k + 1].value;
@@ -174,6 +180,7 @@ TEST(Codec, CorpusStringsRoundTrip) {
         }
     }
     EXPECT_GT(values, 10000u);
+    EXPECT_GE(files, 100u);
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 // What the module's tests share: a fixture that registers the five
-// persistent classes, and readers of the objects' lists.
+// persistent classes, builders of functions and enumerations, and readers
+// of the objects' lists.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,6 +13,7 @@
 #include "zeftlayermanager/rulefield.h"
 #include "zeftlayermanager/zeftfiling.h"
 #include "zeftlayermanager/zeftruleenum.h"
+#include "zeftlayermanager/zeftrulefunction.h"
 
 namespace moduletest {
 
@@ -24,6 +27,24 @@ protected:
     // binary that unregisters the classes cannot leave these without them.
     void SetUp() override { zeft_filing::registerClasses(); }
 };
+
+inline std::unique_ptr<ZEFTRuleFunction> function(const std::wstring& name, const std::wstring& def,
+                                                  const Pairs& pairs = {})
+{
+    auto f = std::make_unique<ZEFTRuleFunction>();
+    f->setName(name);
+    f->setDefaultValue(def);
+    for (const auto& [k, v] : pairs) f->addPair(k, v);
+    return f;
+}
+
+inline std::unique_ptr<ZEFTRuleEnum> enumeration(const std::wstring& name, const Strings& values)
+{
+    auto e = std::make_unique<ZEFTRuleEnum>();
+    e->setName(name);
+    for (const auto& v : values) e->addValue(v);
+    return e;
+}
 
 // The pairs of a rule function or exception list, in order.
 template <class T>

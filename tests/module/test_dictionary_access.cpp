@@ -26,7 +26,9 @@ namespace {
 using Acad::eOk;
 using Util = ZEFTLayerManagerUtil;
 using Tools = ZEFTDatabaseTools;
+using moduletest::enumeration;
 using moduletest::Fields;
+using moduletest::function;
 using moduletest::Strings;
 
 class DictionaryAccess : public moduletest::ModuleTest {
@@ -37,20 +39,6 @@ protected:
         AcDbObjectId id;
         EXPECT_EQ(Tools::appendToDictionary(L"ZEFT_LAYER_MANAGER", obj, id, &doc, key, Tools::kUniqueKey), eOk);
         return id;
-    }
-    AcDbObjectId appendFunction(const std::wstring& name, const std::wstring& defaultValue)
-    {
-        auto* function = new ZEFTRuleFunction;
-        function->setName(name);
-        function->setDefaultValue(defaultValue);
-        return append(function);
-    }
-    AcDbObjectId appendEnum(const std::wstring& name, const std::wstring& value)
-    {
-        auto* e = new ZEFTRuleEnum;
-        e->setName(name);
-        e->addValue(value);
-        return append(e);
     }
     // The standard and its three rules; each rule's second field names it.
     void installStandard()
@@ -257,9 +245,9 @@ TEST_F(StandardLookups, FunctionsByExactNameAndExceptionByClass)
 {
     installStandard();
     EXPECT_TRUE(Util::getExceptionFromDictionary(&db).isNull());
-    const AcDbObjectId first = appendFunction(L"BUILDING", L"first");
+    const AcDbObjectId first = append(function(L"BUILDING", L"first").release());
     const AcDbObjectId exception = append(new ZEFTRuleException);
-    appendFunction(L"BUILDING", L"second");
+    append(function(L"BUILDING", L"second").release());
     append(new ZEFTRuleException);
     EXPECT_EQ(Util::getFunctionFromDictionary(&db, L"BUILDING"), first);
     EXPECT_TRUE(Util::getFunctionFromDictionary(&db, L"Building").isNull());
@@ -269,11 +257,11 @@ TEST_F(StandardLookups, FunctionsByExactNameAndExceptionByClass)
 TEST_F(StandardLookups, ClonesAreTheCallersFreeCopies)
 {
     installStandard();
-    appendFunction(L"F1", L"d1");
-    appendEnum(L"Levels", L"RDC");
-    appendFunction(L"F2", L"d2");
-    appendEnum(L"LEVELS", L"upper");
-    appendEnum(L"Levels", L"second");
+    append(function(L"F1", L"d1").release());
+    append(enumeration(L"Levels", {L"RDC"}).release());
+    append(function(L"F2", L"d2").release());
+    append(enumeration(L"LEVELS", {L"upper"}).release());
+    append(enumeration(L"Levels", {L"second"}).release());
     auto* exception = new ZEFTRuleException;
     exception->addPair(L"AcDbViewport", L"Frames");
     const AcDbObjectId exceptionId = append(exception);

@@ -25,7 +25,9 @@
 namespace {
 
 namespace fs = std::filesystem;
+using moduletest::enumeration;
 using moduletest::Fields;
+using moduletest::function;
 using moduletest::Pairs;
 using moduletest::pairsOf;
 using moduletest::Strings;
@@ -60,23 +62,6 @@ protected:
     fs::path file_;
     std::wstring path_;
 };
-
-std::unique_ptr<ZEFTRuleFunction> function(const std::wstring& name, const std::wstring& def, const Pairs& pairs)
-{
-    auto f = std::make_unique<ZEFTRuleFunction>();
-    f->setName(name);
-    f->setDefaultValue(def);
-    for (const auto& [k, v] : pairs) f->addPair(k, v);
-    return f;
-}
-
-std::unique_ptr<ZEFTRuleEnum> enumeration(const std::wstring& name, const Strings& values)
-{
-    auto e = std::make_unique<ZEFTRuleEnum>();
-    e->setName(name);
-    for (const auto& v : values) e->addValue(v);
-    return e;
-}
 
 // A small standard as the editor hands it over; the objects stay the caller's.
 struct Standard {

@@ -555,16 +555,8 @@ Installed install(AcDbDatabase& db)
         rule->addRule({L"User defined", id == &ids.draft ? L"Draft" : L"Other", false});
         *id = add(nullptr, rule);
     }
-    auto* function = new ZEFTRuleFunction;
-    function->setName(L"MATERIAL");
-    function->setDefaultValue(L"Other");
-    function->addPair(L"AcDbLine", L"Béton");
-    ids.function = add(nullptr, function);
-    auto* enumeration = new ZEFTRuleEnum;
-    enumeration->setName(L"Levels");
-    enumeration->addValue(L"RDC");
-    enumeration->addValue(L"R+1");
-    ids.enumeration = add(nullptr, enumeration);
+    ids.function = add(nullptr, moduletest::function(L"MATERIAL", L"Other", {{L"AcDbLine", L"Béton"}}).release());
+    ids.enumeration = add(nullptr, moduletest::enumeration(L"Levels", {L"RDC", L"R+1"}).release());
     auto* exception = new ZEFTRuleException;
     exception->addPair(L"AcDbViewport", L"Frames");
     ids.exception = add(nullptr, exception);
