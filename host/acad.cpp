@@ -1,6 +1,7 @@
 #include "host/acad.h"
 
 #include <charconv>
+#include <cwctype>
 
 #include "host/dxf/dxftext.h"
 
@@ -59,4 +60,11 @@ bool AcDbHandle::parse(std::string_view s, AcDbHandle& out)
     if (r.ec != std::errc() || r.ptr != s.data() + s.size()) return false;
     out = AcDbHandle(v);
     return true;
+}
+
+std::wstring acdbToUpper(std::wstring_view s)
+{
+    std::wstring u(s);
+    for (auto& c : u) c = wchar_t(std::towupper(c));
+    return u;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace Acad {
 enum ErrorStatus : int {
@@ -76,6 +77,10 @@ public:
     AcDbStatusError(Acad::ErrorStatus es, const std::string& what) : std::runtime_error(what), status(es) {}
     Acad::ErrorStatus status;
 };
+
+// Names compare without regard to case throughout the host (symbol tables,
+// dictionary keys, commands, applications): one upper-casing for all.
+std::wstring acdbToUpper(std::wstring_view s);
 
 struct AcGePoint3d {
     double x = 0, y = 0, z = 0;

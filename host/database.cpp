@@ -25,12 +25,6 @@ std::vector<AcDbDatabase*>& allDatabases()
     static auto* v = new std::vector<AcDbDatabase*>;
     return *v;
 }
-
-std::wstring upper(std::wstring s)
-{
-    for (auto& c : s) c = wchar_t(std::towupper(c));
-    return s;
-}
 }  // namespace
 
 struct AcDbDatabase::Impl {
@@ -105,6 +99,38 @@ bool AcDbIdMapping::compute(Pair& p) const
 
 static void loadText(AcDbDatabase& db, dxf::DrawingText text);
 
+// Puts a proxy of the object's class, holding `record`, in the object's place
+// behind its id; the object is deleted.
+static AcDbObject* replaceByProxy(AcDbStub* s, AcDbObject* o, TagRecord record)
+{
+    AcRxClass* cls = o->isA();
+    AcDbObject* proxy = AcDbEntity::cast(o) ? new AcDbEntity : new AcDbObject;
+    proxy->record() = std::move(record);
+    proxy->hostSetClass(acrxProxyClass(cls->name(), cls->myParent(), cls->dxfName(), cls->appName()));
+    proxy->hostSetProxy(true);
+    proxy->hostSetOwnerHandle(o->hostOwnerHandle());
+    proxy->hostSetErased(o->isErased());
+    proxy->hostAttach(s);
+    delete o;
+    s->object = proxy;
+    return proxy;
+}
+
+// The whole record of an object that files itself: its type, what
+// dxfOutFields gives (head and body), and its extended data.
+static DxfTags selfFiledTags(AcDbDatabase* db, AcDbObject* o)
+{
+    AcDbDxfFiler out(db);
+    o->hostForceOpen(AcDb::kForNotify);  // leaves the caller's own opening as it is
+    o->dxfOutFields(&out);
+    o->close();
+    DxfTags tags = out.takeTags();
+    DxfTags own = o->record().tags();
+    tags.insert(tags.begin(), {0, dxf::toUtf8(o->dxfRecordName())});
+    tags.insert(tags.end(), own.begin() + long(layoutOf(own).xdataBegin), own.end());
+    return tags;
+}
+
 // Objects of a class that goes away become proxies that keep their tags.
 static void demoteClass(AcDbDatabase* db, AcRxClass* cls)
 {
@@ -112,24 +138,7 @@ static void demoteClass(AcDbDatabase* db, AcRxClass* cls)
     for (AcDbStub& s : impl.stubs) {
         AcDbObject* o = s.object;
         if (!o || o->isA() != cls || !o->filesItself()) continue;
-        AcDbDxfFiler out(db);
-        o->hostForceOpen(AcDb::kForRead);
-        o->dxfOutFields(&out);
-        o->hostForceClosed();
-        DxfTags tags = out.takeTags();
-        DxfTags all = o->record().tags();
-        RecordLayout l = layoutOf(all);
-        tags.insert(tags.begin(), {0, dxf::toUtf8(o->dxfRecordName())});
-        tags.insert(tags.end(), all.begin() + long(l.xdataBegin), all.end());
-        AcDbObject* proxy = AcDbEntity::cast(o) ? new AcDbEntity : new AcDbObject;
-        proxy->record().assign(std::move(tags));
-        proxy->hostSetClass(acrxProxyClass(cls->name(), cls->myParent(), cls->dxfName(), cls->appName()));
-        proxy->hostSetProxy(true);
-        proxy->hostSetOwnerHandle(o->hostOwnerHandle());
-        proxy->hostSetErased(o->isErased());
-        proxy->hostAttach(&s);
-        delete o;
-        s.object = proxy;
+        replaceByProxy(&s, o, TagRecord(selfFiledTags(db, o)));
     }
 }
 
@@ -266,7 +275,7 @@ void AcDbDatabase::removeReactor(AcDbDatabaseReactor* r)
 AcDbObjectId AcDbDatabase::tableId(const std::wstring& name) const
 {
     for (AcDbObjectId id : impl_->tables)
-        if (auto* t = AcDbSymbolTable::cast(id.object()); t && upper(t->tableName()) == name) return id;
+        if (auto* t = AcDbSymbolTable::cast(id.object()); t && acdbToUpper(t->tableName()) == name) return id;
     return {};
 }
 
@@ -657,16 +666,7 @@ struct DxfLoader {
                 db.warnings_.push_back(text.fileName + ": " + text.where(r.begin) + ": " + std::string(r.type) + " " +
                                        r.handle.str() + " kept as read (" + Acad::errorName(es) +
                                        (why.empty() ? "" : ": " + why) + ")");
-                AcRxClass* cls = obj->isA();
-                AcDbObject* proxy = AcDbEntity::cast(obj) ? new AcDbEntity : new AcDbObject;
-                proxy->hostSetClass(acrxProxyClass(cls->name(), cls->myParent(), cls->dxfName(), cls->appName()));
-                proxy->hostSetProxy(true);
-                proxy->hostAttach(s);
-                proxy->hostSetOwnerHandle(obj->hostOwnerHandle());
-                proxy->record() = TagRecord(raw(r));
-                delete obj;
-                s->object = proxy;
-                obj = proxy;
+                obj = replaceByProxy(s, obj, TagRecord(raw(r)));
             }
         }
         return AcDbObjectId(s);
@@ -869,7 +869,7 @@ struct DxfLoader {
         while (nextRecord(r)) {
             if (r.type == "ENDSEC") return;
             if (r.type != "TABLE") fail(r, "expected TABLE in section TABLES, found " + std::string(r.type));
-            std::wstring name = upper(dxf::fromUtf8(dxf::trim(r.name)));
+            std::wstring name = acdbToUpper(dxf::fromUtf8(dxf::trim(r.name)));
             AcDbObject* tobj = makeFromClass(tableClass(name, false));
             auto* table = AcDbSymbolTable::cast(tobj);
             AcDbObjectId tid = adopt(tobj, r, {});
@@ -885,7 +885,7 @@ struct DxfLoader {
                 AcDbObjectId rid = adopt(rec, e, tobj->getAcDbHandle());
                 if (table) table->hostAppendRecord(rid);
                 if (name == L"BLOCK_RECORD") {
-                    std::wstring n = upper(db.decode(dxf::trim(e.name)));
+                    std::wstring n = acdbToUpper(db.decode(dxf::trim(e.name)));
                     if (n == L"*MODEL_SPACE") db.modelSpace_ = rid;
                     else if (n == L"*PAPER_SPACE") db.paperSpace_ = rid;
                 }
@@ -909,7 +909,7 @@ struct DxfLoader {
     {
         // Blocks without a name stay apart: each is its own block.
         for (auto* v : impl.virtualBlocks)
-            if (!name.empty() && upper(v->hostName) == upper(name)) return v;
+            if (!name.empty() && acdbToUpper(v->hostName) == acdbToUpper(name)) return v;
         auto* btr = new AcDbBlockTableRecord;
         btr->hostVirtual = true;
         btr->hostName = name;
@@ -1096,18 +1096,8 @@ struct DxfWriter {
         if (!o || o->isErased()) return;
         if (auto* btr = AcDbBlockTableRecord::cast(o); btr && btr->hostVirtual) return;
         o->hostPrepareRecord();
-        if (!o->filesItself()) {
-            record(o->record());
-        } else {
-            AcDbDxfFiler f(const_cast<AcDbDatabase*>(&db));
-            o->hostForceOpen(AcDb::kForNotify);
-            o->dxfOutFields(&f);
-            o->close();
-            DxfTags own = o->record().tags();
-            tag(0, dxf::toUtf8(o->dxfRecordName()));
-            tags(f.tags());
-            tags(own, layoutOf(own).xdataBegin);
-        }
+        if (o->filesItself()) tags(selfFiledTags(const_cast<AcDbDatabase*>(&db), o));
+        else record(o->record());
         if (auto* ent = AcDbEntity::cast(o))
             for (AcDbObjectId sub : ent->subEntities()) object(sub);
     }

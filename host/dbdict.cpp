@@ -7,12 +7,6 @@
 
 ACDB_HOST_DEFINE_MEMBERS(AcDbDictionary, AcDbObject, "DICTIONARY")
 
-static std::wstring upper(std::wstring s)
-{
-    for (auto& c : s) c = wchar_t(std::towupper(c));
-    return s;
-}
-
 AcDbDictionary::AcDbDictionary()
 {
     // Entries are read from the record on first use: the loader and the
@@ -99,11 +93,11 @@ int AcDbDictionary::findKey(const std::wstring& key) const
         byKey_.clear();
         for (std::size_t i = 0; i < entries_.size(); ++i) {
             std::wstring k = database() ? database()->decode(entries_[i].key) : dxf::fromUtf8(entries_[i].key);
-            byKey_.emplace(upper(k), i);  // the first of two equal keys wins
+            byKey_.emplace(acdbToUpper(k), i);  // the first of two equal keys wins
         }
         byKeyValid_ = true;
     }
-    auto it = byKey_.find(upper(key));
+    auto it = byKey_.find(acdbToUpper(key));
     return it == byKey_.end() ? -1 : int(it->second);
 }
 
@@ -203,7 +197,7 @@ Acad::ErrorStatus AcDbDictionary::setAt(const wchar_t* key, AcDbObject* obj, AcD
         }
     } else {
         entries_.push_back({db->encode(k), id.handle(), isHardOwner() ? 360 : 350});
-        if (byKeyValid_) byKey_.emplace(upper(k), entries_.size() - 1);
+        if (byKeyValid_) byKey_.emplace(acdbToUpper(k), entries_.size() - 1);
     }
     writeEntries();
     obj->setOwnerId(objectId());

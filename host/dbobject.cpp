@@ -407,13 +407,10 @@ ResBufList AcDbObject::xData(const wchar_t* appName) const
     }
     if (out.empty()) {
         // Application names are case-insensitive in the APPID table.
-        std::wstring want(appName);
-        for (auto& c : want) c = wchar_t(std::towupper(c));
+        std::wstring want = acdbToUpper(appName);
         for (auto& item : all) {
             if (item.restype == 1001) {
-                std::wstring n = item.str;
-                for (auto& c : n) c = wchar_t(std::towupper(c));
-                mine = n == want;
+                mine = acdbToUpper(item.str) == want;
             }
             if (mine) out.push_back(item);
         }
@@ -428,13 +425,9 @@ Acad::ErrorStatus AcDbObject::setXData(const ResBufList& items)
     if (items.front().restype != 1001) return Acad::eInvalidInput;
     // Split the new list into application groups; the last group of an application wins.
     std::vector<std::pair<std::wstring, ResBufList>> groups;
-    auto upper = [](std::wstring s) {
-        for (auto& c : s) c = wchar_t(std::towupper(c));
-        return s;
-    };
     for (const ResBuf& item : items) {
         if (item.restype == 1001) {
-            std::wstring key = upper(item.str);
+            std::wstring key = acdbToUpper(item.str);
             auto it = std::find_if(groups.begin(), groups.end(), [&](auto& g) { return g.first == key; });
             if (it != groups.end()) groups.erase(it);
             groups.push_back({key, {}});
@@ -454,7 +447,7 @@ Acad::ErrorStatus AcDbObject::setXData(const ResBufList& items)
     // Existing groups, by application, in order.
     std::vector<std::pair<std::wstring, DxfTags>> existing;
     for (std::size_t i = l.xdataBegin; i < tags.size(); ++i) {
-        if (tags[i].code == 1001) existing.push_back({upper(conv.toItem(tags[i]).str), {}});
+        if (tags[i].code == 1001) existing.push_back({acdbToUpper(conv.toItem(tags[i]).str), {}});
         if (!existing.empty()) existing.back().second.push_back(tags[i]);
     }
     for (auto& group : groups) {

@@ -15,12 +15,6 @@ ACDB_HOST_DEFINE_MEMBERS(AcDbRegAppTableRecord, AcDbSymbolTableRecord, "APPID")
 ACDB_HOST_DEFINE_MEMBERS(AcDbLinetypeTable, AcDbSymbolTable, "TABLE")
 ACDB_HOST_DEFINE_MEMBERS(AcDbLinetypeTableRecord, AcDbSymbolTableRecord, "LTYPE")
 
-static std::wstring upper(std::wstring s)
-{
-    for (auto& c : s) c = wchar_t(std::towupper(c));
-    return s;
-}
-
 bool acdbIsValidSymbolName(const std::wstring& name)
 {
     if (name.empty() || name.size() > 255) return false;
@@ -56,7 +50,7 @@ void AcDbSymbolTable::index() const
     if (indexed_ == records_.size() + 1) return;
     byName_.clear();
     for (AcDbObjectId id : records_)
-        if (!id.isErased()) byName_.emplace(upper(recordName(database(), id)), id);  // the first of two records of one name wins
+        if (!id.isErased()) byName_.emplace(acdbToUpper(recordName(database(), id)), id);  // the first of two records of one name wins
     indexed_ = records_.size() + 1;
 }
 
@@ -65,7 +59,7 @@ void AcDbSymbolTable::hostAppendRecord(AcDbObjectId id)
     bool current = indexed_ == records_.size() + 1;
     records_.push_back(id);
     if (current) {
-        byName_.emplace(upper(recordName(database(), id)), id);
+        byName_.emplace(acdbToUpper(recordName(database(), id)), id);
         indexed_ = records_.size() + 1;
     }
 }
@@ -84,7 +78,7 @@ Acad::ErrorStatus AcDbSymbolTable::getAt(const wchar_t* name, AcDbObjectId& id, 
     id = AcDbObjectId();
     if (!name) return Acad::eInvalidInput;
     index();
-    auto it = byName_.find(upper(name));
+    auto it = byName_.find(acdbToUpper(name));
     if (it == byName_.end()) return Acad::eKeyNotFound;
     if (it->second.isErased() && !getErased) return Acad::eWasErased;
     id = it->second;
@@ -94,7 +88,7 @@ Acad::ErrorStatus AcDbSymbolTable::getAt(const wchar_t* name, AcDbObjectId& id, 
 AcDbObjectId AcDbSymbolTable::hostLookup(const std::wstring& name) const
 {
     index();
-    auto it = byName_.find(upper(name));
+    auto it = byName_.find(acdbToUpper(name));
     return it == byName_.end() || it->second.isErased() ? AcDbObjectId() : it->second;
 }
 
@@ -337,13 +331,13 @@ std::vector<AcDbObjectId> AcDbBlockTableRecord::entityIds() const
 static bool startsWithNoCase(const std::wstring& s, const wchar_t* prefix)
 {
     std::wstring p(prefix);
-    return s.size() >= p.size() && upper(s.substr(0, p.size())) == upper(p);
+    return s.size() >= p.size() && acdbToUpper(s.substr(0, p.size())) == acdbToUpper(p);
 }
 
 bool AcDbBlockTableRecord::isModelSpace() const
 {
     std::wstring n = getName();
-    return upper(n) == L"*MODEL_SPACE" || upper(n) == L"$MODEL_SPACE";
+    return acdbToUpper(n) == L"*MODEL_SPACE" || acdbToUpper(n) == L"$MODEL_SPACE";
 }
 
 bool AcDbBlockTableRecord::isPaperSpace() const

@@ -47,18 +47,11 @@ AcDbDatabase* acdbWorkingDatabase()
 
 void acdbSetWorkingDatabase(AcDbDatabase* db) { gWorking = db; }
 
-static std::wstring upper(const wchar_t* s)
-{
-    std::wstring u(s ? s : L"");
-    for (auto& c : u) c = wchar_t(std::towupper(c));
-    return u;
-}
-
 bool acedGetVar(const wchar_t* name, ResBuf& value)
 {
     AcApDocument* doc = acDocManager->curDocument();
     if (!doc) return false;
-    std::wstring n = upper(name);
+    std::wstring n = acdbToUpper(name ? name : L"");
     if (n == L"TILEMODE") value = ResBuf::int16(5003, std::int16_t(doc->database()->tilemode()));
     else if (n == L"CVPORT") value = ResBuf::int16(5003, std::int16_t(doc->cvport()));
     else if (n == L"DBMOD") value = ResBuf::int16(5003, std::int16_t(doc->database()->dbmod() ? 1 : 0));
@@ -70,7 +63,7 @@ bool acedSetVar(const wchar_t* name, const ResBuf& value)
 {
     AcApDocument* doc = acDocManager->curDocument();
     if (!doc) return false;
-    std::wstring n = upper(name);
+    std::wstring n = acdbToUpper(name ? name : L"");
     if (n == L"TILEMODE") {
         doc->database()->setTilemode(value.rint() ? 1 : 0);
         doc->setCvport(value.rint() ? 2 : 1);

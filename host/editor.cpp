@@ -9,13 +9,6 @@
 #include "host/dxf/codec.h"
 
 namespace {
-std::wstring upper(const wchar_t* s)
-{
-    std::wstring u(s ? s : L"");
-    for (auto& c : u) c = wchar_t(std::towupper(c));
-    return u;
-}
-
 template <class F>
 void each(const std::vector<AcEditorReactor*>& reactors, F&& fn)
 {
@@ -49,9 +42,9 @@ Acad::ErrorStatus AcEdCommandStack::addCommand(const wchar_t* group, const wchar
 
 Acad::ErrorStatus AcEdCommandStack::removeCmd(const wchar_t* group, const wchar_t* globalName)
 {
-    std::wstring g = upper(group), n = upper(globalName);
+    std::wstring g = acdbToUpper(group ? group : L""), n = acdbToUpper(globalName ? globalName : L"");
     auto it = std::find_if(commands_.begin(), commands_.end(),
-                           [&](const AcEdCommand& c) { return upper(c.group.c_str()) == g && upper(c.globalName.c_str()) == n; });
+                           [&](const AcEdCommand& c) { return acdbToUpper(c.group) == g && acdbToUpper(c.globalName) == n; });
     if (it == commands_.end()) return Acad::eKeyNotFound;
     commands_.erase(it);
     return Acad::eOk;
@@ -59,18 +52,18 @@ Acad::ErrorStatus AcEdCommandStack::removeCmd(const wchar_t* group, const wchar_
 
 Acad::ErrorStatus AcEdCommandStack::removeGroup(const wchar_t* group)
 {
-    std::wstring g = upper(group);
-    auto n = std::erase_if(commands_, [&](const AcEdCommand& c) { return upper(c.group.c_str()) == g; });
+    std::wstring g = acdbToUpper(group ? group : L"");
+    auto n = std::erase_if(commands_, [&](const AcEdCommand& c) { return acdbToUpper(c.group) == g; });
     return n ? Acad::eOk : Acad::eKeyNotFound;
 }
 
 const AcEdCommand* AcEdCommandStack::lookupCmd(const wchar_t* name) const
 {
-    std::wstring n = upper(name);
+    std::wstring n = acdbToUpper(name ? name : L"");
     // A leading '.' or '_' asks for the global name, as at the host's prompt.
     while (!n.empty() && (n[0] == L'.' || n[0] == L'_')) n.erase(0, 1);
     for (const AcEdCommand& c : commands_)
-        if (upper(c.globalName.c_str()) == n || upper(c.localName.c_str()) == n) return &c;
+        if (acdbToUpper(c.globalName) == n || acdbToUpper(c.localName) == n) return &c;
     return nullptr;
 }
 
@@ -85,9 +78,9 @@ std::vector<std::wstring> AcEdCommandStack::groups() const
 std::vector<AcEdCommand> AcEdCommandStack::commands(const wchar_t* group) const
 {
     std::vector<AcEdCommand> out;
-    std::wstring g = upper(group);
+    std::wstring g = acdbToUpper(group ? group : L"");
     for (const AcEdCommand& c : commands_)
-        if (upper(c.group.c_str()) == g) out.push_back(c);
+        if (acdbToUpper(c.group) == g) out.push_back(c);
     return out;
 }
 
@@ -129,7 +122,7 @@ AcEditor::Result AcEditor::runCommand(const std::wstring& name, std::vector<std:
         return Result::Unknown;
     }
     // Reactors hear the global name, upper-cased, as the host reports it.
-    std::wstring global = upper(cmd->globalName.c_str());
+    std::wstring global = acdbToUpper(cmd->globalName);
     AcRxFunctionPtr fn = cmd->function;
     answers_ = std::move(answers);
     nextAnswer_ = 0;

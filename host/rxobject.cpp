@@ -137,8 +137,7 @@ AcRxClass* newAcRxClass(const wchar_t* className, const wchar_t* parentClassName
             return existing;  // registered twice by the same code
         }
     }
-    std::wstring dxf = dxfName ? dxfName : L"";
-    for (auto& c : dxf) c = wchar_t(std::towupper(c));
+    std::wstring dxf = acdbToUpper(dxfName ? dxfName : L"");
     r.owned.push_back(std::make_unique<AcRxClass>(className, parent, dxf, appName ? appName : L"", dwgVer, maintVer,
                                                   proxyFlags, ctor));
     r.classes.atPut(className, r.owned.back().get());

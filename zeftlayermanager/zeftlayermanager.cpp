@@ -48,9 +48,7 @@ void RegisterCommands()
         if (!stack) stack = acedRegCmds;
         if (stack->addCommand(kGroup, L"zeftlayerstandard", local.c_str(), ACRX_CMD_MODAL | ACRX_CMD_USEPICKSET,
                               &ZEFTLayerManagerCommands::ZEFTLayerStandards, nullptr, -1, nullptr) == Acad::eOk) {
-            std::wstring group(kGroup);
-            for (auto& c : group) c = wchar_t(std::towupper(c));
-            g_mapRegisteredCommandGroups[group] = 1;
+            g_mapRegisteredCommandGroups[acdbToUpper(kGroup)] = 1;
         }
     });
 }

@@ -101,13 +101,9 @@ bool ZEFTLayerManagerEditorReactor::filterCommandOut(const wchar_t* commandName)
     static const wchar_t* const kFiltered[] = {L"U", L"UNDO", L"EXPLODE", L"ZEFTDEXPORT", L"ZEFTPEXPORT", L"COPYCLIP",
                                                L"BREAK", L"BEDIT", L"REFEDIT", L"QSAVE", L"SAVE", L"ZEFTDBCONNECT",
                                                L"zeftcreatedrawingset"};
-    std::wstring name(commandName ? commandName : L"");
-    for (auto& c : name) c = wchar_t(std::towupper(c));
-    for (const wchar_t* f : kFiltered) {
-        std::wstring u(f);
-        for (auto& c : u) c = wchar_t(std::towupper(c));
-        if (u == name) return true;
-    }
+    std::wstring name = acdbToUpper(commandName ? commandName : L"");
+    for (const wchar_t* f : kFiltered)
+        if (acdbToUpper(f) == name) return true;
     return false;
 }
 
