@@ -49,6 +49,9 @@ struct AcDbDatabase::Impl {
     };
     std::vector<ClassEntry> classes;
     std::vector<AcDbObjectId> tables;
+    // Table ids by upper-case name, found once: callers ask for the layer
+    // table for every entity they place.
+    std::map<std::wstring, AcDbObjectId> tableByName;
     std::vector<AcDbObjectId> blocks;
     std::vector<AcDbObjectId> entities;
     std::vector<AcDbObjectId> objects;
@@ -274,8 +277,13 @@ void AcDbDatabase::removeReactor(AcDbDatabaseReactor* r)
 
 AcDbObjectId AcDbDatabase::tableId(const std::wstring& name) const
 {
+    auto& known = impl_->tableByName;
+    if (auto it = known.find(name); it != known.end() && it->second.object()) return it->second;
     for (AcDbObjectId id : impl_->tables)
-        if (auto* t = AcDbSymbolTable::cast(id.object()); t && acdbToUpper(t->tableName()) == name) return id;
+        if (auto* t = AcDbSymbolTable::cast(id.object()); t && acdbToUpper(t->tableName()) == name) {
+            known[name] = id;
+            return id;
+        }
     return {};
 }
 

@@ -315,6 +315,97 @@ int AcDbViewport::number() const
     return int(n);
 }
 
+// --- Xrecord ---
+
+AcDbXrecord::AcDbXrecord()
+{
+    // Cloning flag 1: keep existing data when a copy meets a record of the same key.
+    record_.assign({{0, "XRECORD"}, {100, "AcDbXrecord"}, {280, "1"}});
+}
+
+namespace {
+
+bool xrecordDataCode(short code)
+{
+    return code > 0 && code < 1000 && code != 5 && code != 100 && code != 102 && code != 105;
+}
+
+// Where the data starts: after the subclass marker and its cloning flag, or
+// SIZE_MAX without a marker. Stops at the first marker, so only the head is read.
+std::size_t xrecordDataBegin(const DxfTags& tags)
+{
+    bool inGroup = false;
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+        int c = tags[i].code;
+        if (c == 1001) break;
+        if (c == 102) inGroup = !tags[i].value.empty() && tags[i].value[0] == '{';
+        if (c == 100 && !inGroup) {
+            if (tags[i].value != "AcDbXrecord") continue;
+            std::size_t b = i + 1;
+            if (b < tags.size() && tags[b].code == 280) ++b;
+            return b;
+        }
+    }
+    return SIZE_MAX;
+}
+
+// Makes the marker and flag when the record has none; returns where data starts.
+std::size_t ensureXrecordMarker(DxfTags& tags)
+{
+    std::size_t b = xrecordDataBegin(tags);
+    if (b != SIZE_MAX) return b;
+    std::size_t at = layoutOf(tags).xdataBegin;
+    tags.insert(tags.begin() + long(at), {{100, "AcDbXrecord"}, {280, "1"}});
+    return at + 2;
+}
+
+}  // namespace
+
+ResBufList AcDbXrecord::rbChain() const
+{
+    assertReadEnabled();
+    DxfTags tags = record_.tags();
+    std::size_t begin = xrecordDataBegin(tags);
+    if (begin == SIZE_MAX) return {};
+    return acdbHostTagsToItems(database(), tags, begin, layoutOf(tags).xdataBegin);
+}
+
+// The tags of data items, or false when an item's code has no place in an
+// xrecord's data.
+static bool xrecordDataTags(AcDbDatabase* db, const ResBufList& items, DxfTags& data)
+{
+    for (const ResBuf& item : items)
+        if (!xrecordDataCode(item.restype)) return false;
+    acdbHostItemsToTags(db, items, data);
+    return true;
+}
+
+Acad::ErrorStatus AcDbXrecord::setFromRbChain(const ResBufList& items)
+{
+    assertWriteEnabled();
+    DxfTags data;
+    if (!xrecordDataTags(database(), items, data)) return Acad::eInvalidInput;
+    DxfTags& tags = record_.mutableTags();
+    std::size_t begin = ensureXrecordMarker(tags);
+    std::size_t end = layoutOf(tags).xdataBegin;
+    tags.erase(tags.begin() + long(begin), tags.begin() + long(end));
+    tags.insert(tags.begin() + long(begin), data.begin(), data.end());
+    return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbXrecord::appendRbChain(const ResBufList& items)
+{
+    assertWriteEnabled();
+    DxfTags data;
+    if (!xrecordDataTags(database(), items, data)) return Acad::eInvalidInput;
+    DxfTags& tags = record_.mutableTags();
+    ensureXrecordMarker(tags);
+    // Extended data, when there is any, ends with a code of 1000 or more.
+    std::size_t end = !tags.empty() && tags.back().code >= 1000 ? layoutOf(tags).xdataBegin : tags.size();
+    tags.insert(tags.begin() + long(end), data.begin(), data.end());
+    return Acad::eOk;
+}
+
 std::wstring AcDbLayout::getLayoutName() const
 {
     assertReadEnabled();

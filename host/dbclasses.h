@@ -65,6 +65,19 @@ class AcDbRasterImage : public AcDbEntity {
 
 class AcDbXrecord : public AcDbObject {
     ACRX_DECLARE_MEMBERS(AcDbXrecord);
+
+public:
+    AcDbXrecord();
+    // The data items: everything after the subclass marker and its cloning
+    // flag (280), up to the extended data. Points come as one item; pointer
+    // codes (330-369) carry their handle and, when the drawing has it, its id.
+    ResBufList rbChain() const;
+    // Replaces the data items; the head and the extended data stay. Codes 0,
+    // 5, 100, 102, 105 and from 1000 on cannot be data (eInvalidInput).
+    Acad::ErrorStatus setFromRbChain(const ResBufList& items);
+    // Appends items after the last one without reading the others, so that
+    // records that only grow stay linear to build.
+    Acad::ErrorStatus appendRbChain(const ResBufList& items);
 };
 
 class AcDbLayout : public AcDbObject {

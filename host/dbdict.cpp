@@ -152,6 +152,17 @@ int AcDbDictionary::numEntries() const
     return int(entries_.size());
 }
 
+AcDbObjectId AcDbDictionary::firstEntryId() const
+{
+    assertReadEnabled();
+    hostLoadEntries();
+    AcDbDatabase* db = database();
+    if (!db) return {};
+    for (const RawEntry& e : entries_)
+        if (AcDbObjectId id = db->idOf(e.handle); !id.isNull()) return id;
+    return {};
+}
+
 bool AcDbDictionary::isHardOwner() const
 {
     std::string_view v;

@@ -20,6 +20,9 @@ public:
     bool has(AcDbObjectId id) const;
     Acad::ErrorStatus nameAt(AcDbObjectId id, std::wstring& key) const;
     int numEntries() const;
+    // The first entry (insertion order) whose object the drawing has, or
+    // null; without listing the others.
+    AcDbObjectId firstEntryId() const;
 
     // Adds or replaces (the replaced object is erased). A new object is added
     // to the dictionary's database. A null key generates a unique key.

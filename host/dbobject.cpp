@@ -354,18 +354,30 @@ Acad::ErrorStatus AcDbObject::removePersistentReactor(AcDbObjectId id)
 
 // --- extended data ---
 
-static ResBufList tagsToItems(const AcDbDxfFiler& conv, const DxfTags& tags, std::size_t from)
+ResBufList acdbHostTagsToItems(AcDbDatabase* db, const DxfTags& tags, std::size_t from, std::size_t to)
 {
+    AcDbDxfFiler conv(db);
     ResBufList out;
-    for (std::size_t i = from; i < tags.size(); ++i) {
+    to = std::min(to, tags.size());
+    for (std::size_t i = from; i < to; ++i) {
         const DxfTag& t = tags[i];
+        if (dxf::valueType(t.code) == dxf::ValueType::Handle) {
+            // Resolved, never made: reading a dangling pointer must not add to the drawing.
+            ResBuf item;
+            item.restype = short(t.code);
+            AcDbHandle::parse(t.value, item.handle);
+            item.str = dxf::fromUtf8(dxf::trim(t.value));
+            if (db && !item.handle.isNull()) item.id = db->idOf(item.handle);
+            out.push_back(std::move(item));
+            continue;
+        }
         ResBuf item = conv.toItem(t);
-        // A point comes as three tags (1010, 1020, 1030).
-        if (t.code >= 1010 && t.code <= 1013) {
+        // A point comes as three tags (10, 20, 30).
+        if (acdbHostIsPointCode(t.code)) {
             double y = 0, z = 0;
-            if (i + 1 < tags.size() && tags[i + 1].code == t.code + 10 && dxf::parseDouble(tags[i + 1].value, y)) {
+            if (i + 1 < to && tags[i + 1].code == t.code + 10 && dxf::parseDouble(tags[i + 1].value, y)) {
                 ++i;
-                if (i + 1 < tags.size() && tags[i + 1].code == t.code + 20 && dxf::parseDouble(tags[i + 1].value, z)) ++i;
+                if (i + 1 < to && tags[i + 1].code == t.code + 20 && dxf::parseDouble(tags[i + 1].value, z)) ++i;
             }
             item.point.y = y;
             item.point.z = z;
@@ -375,11 +387,12 @@ static ResBufList tagsToItems(const AcDbDxfFiler& conv, const DxfTags& tags, std
     return out;
 }
 
-static void itemsToTags(const AcDbDxfFiler& conv, const ResBufList& items, DxfTags& out)
+void acdbHostItemsToTags(AcDbDatabase* db, const ResBufList& items, DxfTags& out)
 {
+    AcDbDxfFiler conv(db);
     for (const ResBuf& item : items) {
         out.push_back(conv.toTag(item));
-        if (item.restype >= 1010 && item.restype <= 1013) {
+        if (acdbHostIsPointCode(item.restype)) {
             out.push_back({item.restype + 10, dxf::formatDouble(item.point.y)});
             out.push_back({item.restype + 20, dxf::formatDouble(item.point.z)});
         }
@@ -389,31 +402,34 @@ static void itemsToTags(const AcDbDxfFiler& conv, const ResBufList& items, DxfTa
 ResBufList AcDbObject::xData(const wchar_t* appName) const
 {
     DxfTags tags;
-    bool inX = false;
+    std::vector<std::size_t> groupStarts;  // index of each 1001 tag
     record_.scan([&](int code, std::string_view v) {
-        if (code == 1001) inX = true;
-        if (inX) tags.push_back({code, std::string(v)});
+        if (code == 1001) groupStarts.push_back(tags.size());
+        if (!groupStarts.empty()) tags.push_back({code, std::string(v)});
         return true;
     });
     if (tags.empty()) return {};
-    AcDbDxfFiler conv(database());
-    ResBufList all = tagsToItems(conv, tags, 0);
-    if (!appName) return all;
-    ResBufList out;
-    bool mine = false;
-    for (auto& item : all) {
-        if (item.restype == 1001) mine = item.str == appName;  // application names compare exactly as stored
-        if (mine) out.push_back(item);
-    }
-    if (out.empty()) {
-        // Application names are case-insensitive in the APPID table.
-        std::wstring want = acdbToUpper(appName);
-        for (auto& item : all) {
-            if (item.restype == 1001) {
-                mine = acdbToUpper(item.str) == want;
-            }
-            if (mine) out.push_back(item);
+    if (!appName) return acdbHostTagsToItems(database(), tags, 0, tags.size());
+    // Only the groups asked for are converted: an entity often carries
+    // other applications' data that the caller has no use for.
+    std::vector<std::wstring> names;
+    for (std::size_t start : groupStarts) names.push_back(acdbHostTagsToItems(database(), tags, start, start + 1)[0].str);
+    auto groupsWhere = [&](auto&& matches) {
+        ResBufList out;
+        for (std::size_t g = 0; g < groupStarts.size(); ++g) {
+            if (!matches(names[g])) continue;
+            const std::size_t end = g + 1 < groupStarts.size() ? groupStarts[g + 1] : tags.size();
+            ResBufList items = acdbHostTagsToItems(database(), tags, groupStarts[g], end);
+            out.insert(out.end(), std::make_move_iterator(items.begin()), std::make_move_iterator(items.end()));
         }
+        return out;
+    };
+    // Application names compare exactly as stored first; the APPID table
+    // itself is case-insensitive.
+    ResBufList out = groupsWhere([&](const std::wstring& name) { return name == appName; });
+    if (out.empty()) {
+        const std::wstring want = acdbToUpper(appName);
+        out = groupsWhere([&](const std::wstring& name) { return acdbToUpper(name) == want; });
     }
     return out;
 }
@@ -454,7 +470,7 @@ Acad::ErrorStatus AcDbObject::setXData(const ResBufList& items)
         const std::wstring& key = group.first;
         const ResBufList& list = group.second;
         DxfTags t;
-        if (list.size() > 1) itemsToTags(conv, list, t);
+        if (list.size() > 1) acdbHostItemsToTags(db, list, t);
         auto it = std::find_if(existing.begin(), existing.end(), [&](auto& e) { return e.first == key; });
         if (it != existing.end()) {
             if (t.empty()) existing.erase(it);

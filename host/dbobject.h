@@ -366,6 +366,13 @@ bool acdbHostBodyValue(const TagRecord& rec, int code, std::string_view& out);
 void acdbHostSetBodyValue(DxfTags& tags, int code, const std::string& value, const char* afterMarker);
 void acdbHostRemoveBodyValue(DxfTags& tags, int code);
 
+// Host helpers: tags [from, to) as items in the database's encoding (a point
+// as one item, pointers resolved to ids the drawing has), and back.
+ResBufList acdbHostTagsToItems(AcDbDatabase* db, const DxfTags& tags, std::size_t from, std::size_t to);
+void acdbHostItemsToTags(AcDbDatabase* db, const ResBufList& items, DxfTags& out);
+// Codes whose value is the x of a point, followed by y (code + 10) and z (code + 20).
+bool acdbHostIsPointCode(int code);
+
 // Registers the application name in the database (the APPID table).
 bool acdbRegApp(AcDbDatabase* db, const wchar_t* appName);
 

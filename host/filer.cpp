@@ -145,7 +145,7 @@ Acad::ErrorStatus AcDbDxfFiler::setError(const wchar_t* format, ...)
     return status_;
 }
 
-static bool isPointCode(int code)
+bool acdbHostIsPointCode(int code)
 {
     return (code >= 10 && code <= 18) || (code >= 110 && code <= 112) || code == 210 || (code >= 1010 && code <= 1013);
 }
@@ -200,7 +200,7 @@ DxfTag AcDbDxfFiler::toTag(const ResBuf& item) const
         t.value = db_ ? db_->encode(item.str) : dxf::toUtf8(item.str);
         break;
     case dxf::ValueType::Double:
-        t.value = dxf::formatDouble(isPointCode(item.restype) ? item.point.x : item.real);
+        t.value = dxf::formatDouble(acdbHostIsPointCode(item.restype) ? item.point.x : item.real);
         break;
     case dxf::ValueType::Int16:
         t.value = std::to_string(item.rint());
@@ -243,7 +243,7 @@ Acad::ErrorStatus AcDbDxfFiler::readItem(ResBuf& item)
     last_ = pos_;
     const DxfTag& t = tags_[pos_++];
     item = toItem(t);
-    if (isPointCode(t.code)) {
+    if (acdbHostIsPointCode(t.code)) {
         if (pos_ < tags_.size() && tags_[pos_].code == t.code + 10) {
             dxf::parseDouble(tags_[pos_++].value, item.point.y);
             if (pos_ < tags_.size() && tags_[pos_].code == t.code + 20) dxf::parseDouble(tags_[pos_++].value, item.point.z);
@@ -276,7 +276,7 @@ bool AcDbDxfFiler::atSubClassData(const wchar_t* name)
 Acad::ErrorStatus AcDbDxfFiler::writeItem(const ResBuf& item)
 {
     tags_.push_back(toTag(item));
-    if (isPointCode(item.restype)) {
+    if (acdbHostIsPointCode(item.restype)) {
         tags_.push_back({item.restype + 10, dxf::formatDouble(item.point.y)});
         tags_.push_back({item.restype + 20, dxf::formatDouble(item.point.z)});
     }

@@ -16,6 +16,7 @@ struct Registry {
     // may still point at them until they are turned into proxies.
     std::vector<std::unique_ptr<AcRxClass>> owned;
     std::map<std::wstring, AcRxClass*> proxies;
+    std::vector<AcRxClass*> proxyOrder;
     std::map<int, std::function<void(AcRxClass*)>> listeners;
     int nextToken = 1;
     Registry() { sys.atPut(L"ClassDictionary", &classes); }
@@ -171,5 +172,8 @@ AcRxClass* acrxProxyClass(const std::wstring& name, AcRxClass* parent, const std
     r.owned.push_back(std::make_unique<AcRxClass>(name, parent, dxfName, appName, 0, 0, 0, nullptr, true));
     AcRxClass* c = r.owned.back().get();
     r.proxies[key] = c;
+    r.proxyOrder.push_back(c);
     return c;
 }
+
+std::vector<AcRxClass*> acrxProxyClasses() { return reg().proxyOrder; }

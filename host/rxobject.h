@@ -100,6 +100,8 @@ void acrxRemoveClassDeletionListener(int token);
 // the CLASSES section and the subclass markers; kept for the process's life.
 AcRxClass* acrxProxyClass(const std::wstring& name, AcRxClass* parent, const std::wstring& dxfName,
                           const std::wstring& appName);
+// The proxy classes made so far, in the order drawings named them.
+std::vector<AcRxClass*> acrxProxyClasses();
 
 #define ZEFT_WIDEN_(x) L##x
 #define ZEFT_WIDEN(x) ZEFT_WIDEN_(x)

@@ -250,6 +250,68 @@ TEST(Clone, CopiesTagsAndXDataOutsideTheDatabase) {
     EXPECT_THROW(delete closed->clone(), AcDbStatusError);
 }
 
+TEST(Xrecord, DataBetweenHeadAndXDataRoundTripsThroughDxf) {
+    AcDbDatabase db;
+    const AcDbObjectId zero = db.layerZero();
+    const AcDbHandle dangling(0xFFFF0);
+    ResBuf lost = item(341, 0);
+    lost.handle = dangling;
+    const ResBufList data = {ResBuf::int16(70, -2), ResBuf::text(300, L"B\u00e2timent \u4e2d"),
+                             ResBuf::int32(90, 70000), ResBuf::real64(40, 0.25), ResBuf::pt(10, {1, 2, 3}),
+                             ResBuf::int16(290, 1), ResBuf::objectId(340, zero), lost};
+    const ResBufList xdata = {ResBuf::text(1001, L"ZeftApp"), ResBuf::text(1000, L"kept")};
+    auto check = [&](const AcDbXrecord* rec, std::size_t extra) {
+        const ResBufList got = rec->rbChain();
+        ASSERT_EQ(got.size(), data.size() + extra);
+        EXPECT_EQ(got[0].rint(), -2);
+        EXPECT_EQ(got[1].str, data[1].str);
+        EXPECT_EQ(got[2].rlong(), 70000);
+        EXPECT_EQ(got[3].real, 0.25);
+        EXPECT_EQ(got[4].point, (AcGePoint3d{1, 2, 3}));
+        EXPECT_EQ(got[5].integer, 1);
+        EXPECT_EQ(got[6].handle, zero.handle());
+        EXPECT_EQ(rec->database()->idOf(got[6].handle), got[6].id);
+        EXPECT_TRUE(got[7].handle == dangling && got[7].id.isNull());
+        expectSame(rec->xData(L"ZeftApp"), xdata);
+    };
+    AcDbObjectId dictId, recId;
+    {
+        AcDbObjectPointer<AcDbDictionary> nod(db.namedObjectsDictionaryId(), kForWrite);
+        AcDbObjectPointer<AcDbDictionary> dict(new AcDbDictionary);
+        ASSERT_EQ(nod->setAt(L"ZEFT", dict.object(), dictId), eOk);
+        EXPECT_TRUE(dict->firstEntryId().isNull());
+        AcDbObjectPointer<AcDbXrecord> rec(new AcDbXrecord);
+        EXPECT_TRUE(rec->rbChain().empty());
+        ASSERT_EQ(rec->setFromRbChain(data), eOk);  // before it joins: texts are kept as UTF-8 until then
+        ASSERT_EQ(dict->setAt(L"first", rec.object(), recId), eOk);
+        ASSERT_EQ(rec->setXData(xdata), eOk);
+        for (short bad : {0, 5, 100, 102, 105, 1000, 1071})
+            EXPECT_EQ(rec->setFromRbChain({ResBuf::text(bad, L"x")}), eInvalidInput) << bad;
+        EXPECT_EQ(rec->appendRbChain({ResBuf::text(1001, L"x")}), eInvalidInput);
+        ASSERT_EQ(rec->appendRbChain({ResBuf::text(1, L"more")}), eOk);  // before the extended data
+        check(rec.object(), 1);
+        EXPECT_EQ(rec->rbChain().back().str, L"more");
+        EXPECT_TRUE(db.idOf(dangling).isNull());  // reading made no object for it
+        AcDbObjectPointer<AcDbXrecord> second(new AcDbXrecord);
+        AcDbObjectId secondId;
+        ASSERT_EQ(dict->setAt(L"second", second.object(), secondId), eOk);
+        EXPECT_EQ(dict->firstEntryId(), recId);
+    }
+    auto back = AcDbDatabase::readDxfBytes(db.dxfText(), "back.dxf");
+    AcDbObjectPointer<AcDbDictionary> nod(back->namedObjectsDictionaryId(), kForRead);
+    AcDbObject* found = nullptr;
+    ASSERT_EQ(nod->getAt(L"ZEFT", found, kForRead), eOk);
+    AcDbObjectPointer<AcDbDictionary> dict(found->objectId(), kForRead);
+    found->close();
+    ASSERT_TRUE(dict);
+    AcDbObjectPointer<AcDbXrecord> rec(dict->firstEntryId(), kForWrite);
+    ASSERT_TRUE(rec);
+    check(rec.object(), 1);
+    ASSERT_EQ(rec->setFromRbChain(data), eOk);
+    check(rec.object(), 0);
+    EXPECT_EQ(rec->record().tags()[0].value, "XRECORD");
+}
+
 TEST(DxfFiler, ReadingItems) {
     AcDbDatabase db;
     const AcDbObjectId zero = db.layerZero();
