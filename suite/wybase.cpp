@@ -43,6 +43,11 @@ std::map<std::wstring, const std::map<int, std::wstring>*>& tables()
 
 }  // namespace
 
+void wyOutputDebugString(const wchar_t* text)
+{
+    if (std::FILE* f = traceFile()) std::fprintf(f, "debug: %s\n", dxf::toUtf8(text ? text : L"").c_str());
+}
+
 bool CWyLogEntry::enabled() { return traceFile() != nullptr; }
 
 CWyLogEntry::CWyLogEntry(const char* scope) : scope_(scope)

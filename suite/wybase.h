@@ -23,6 +23,9 @@ private:
     const char* scope_;
 };
 
+// A message for whoever debugs: written to the trace log when tracing is on.
+void wyOutputDebugString(const wchar_t* text);
+
 // The crash handler: reports an exception that escaped a guarded body with
 // the source file's name (without folders and extension) and line.
 struct WyCrashReport {
