@@ -1,6 +1,8 @@
 #include "zeftlayermanager/zeftlayermanagerutil.h"
 
 #include <algorithm>
+#include <cwctype>
+#include <set>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -13,12 +15,17 @@
 #include "suite/wybase.h"
 #include "suite/zeftdatabasetools.h"
 #include "suite/zeftregistrytools.h"
+#include "host/dbclasses.h"
+#include "host/dbsymtb.h"
+#include "suite/zeftmouldentities.h"
+#include "suite/zeftproject.h"
 #include "zeftlayermanager/zeftfilerw.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftlayerstandard.h"
 #include "zeftlayermanager/zeftruleenum.h"
 #include "zeftlayermanager/zeftruleexception.h"
 #include "zeftlayermanager/zeftrulefunction.h"
+#include "zeftlayermanager/zeftruleevaluator.h"
 
 bool ZEFTLayerManagerUtil::m_gbUseRuleFromDictionaryIngetEntityLayerName = false;
 
@@ -555,6 +562,405 @@ void ZEFTLayerManagerUtil::changeLayerStandard(const std::wstring& fileName, boo
             }
             previewObjects().clear();
             m_gbUseRuleFromDictionaryIngetEntityLayerName = false;
+        }
+    });
+}
+
+// ===========================================================================
+// Context of an evaluation
+
+namespace {
+
+// Commands of the suite that place entities in drafts.
+const std::set<std::wstring> kDraftCommands = {
+    L"zeftdcalc",   L"zeftiso",        L"zeftdrebar",    L"zeftdnew",      L"zeftutcalc",    L"zeftelevcalc",
+    L"zeftrebarcalc", L"zeftisocalc", L"zeftdblclkdraft", L"zeftdupdate", L"zeftdactive", L"zeftvtopbottom"};
+
+std::wstring lowerCase(std::wstring text)
+{
+    for (wchar_t& c : text) c = wchar_t(std::towlower(wint_t(c)));
+    return text;
+}
+
+std::wstring classNameOf(const AcDbObject* obj)
+{
+    return obj && obj->isA() ? std::wstring(obj->isA()->name()) : std::wstring();
+}
+
+std::wstring dxfNameOf(const AcDbObject* obj)
+{
+    return obj && obj->isA() ? std::wstring(obj->isA()->dxfName()) : std::wstring();
+}
+
+}  // namespace
+
+void ZEFTLayerManagerUtil::getApplicationContext(ApplicationContext& ctx, AcDbDatabase* db, const wchar_t* commandName,
+                                                 const AcDbObjectId& objectId)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::getApplicationContext", {
+        ctx.mouldEntities.clear();
+        for (const wchar_t* list : ZEFTMouldEntities::kListNames)
+            ZEFTMouldEntities::getAllMouldEntities(list, ctx.mouldEntities, db);
+        ctx.database = db;
+        const std::wstring command = lowerCase(commandName ? commandName : L"");
+        ctx.draftContext = kDraftCommands.count(command) > 0;
+        ctx.modelRulesActive = true;
+        if (std::unique_ptr<ZEFTProjectObject> project = zeftGetProjectObject(db)) {
+            std::int32_t mode = 0;
+            if (project->getWorkingMode(mode)) ctx.workingMode = mode;
+            AcDbObjectId view;
+            if (objectId.isValid() && project->getViewOfObject(objectId, view)) ctx.viewId = view;
+            bool active = true;
+            if (project->getModelRulesActive(active)) ctx.modelRulesActive = active;
+        }
+        // A forced calculation re-layers the model whatever the project says.
+        if (command == L"zeftforcecalc") ctx.modelRulesActive = true;
+    });
+}
+
+AcDbObjectId ZEFTLayerManagerUtil::getMouldEntity(const AcDbObjectId& entityId, const ApplicationContext& ctx)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::getMouldEntity", AcDbObjectId(), {
+        AcDbObjectPointer<AcDbEntity> entity(entityId, AcDb::kForRead);
+        if (!entity || dxfNameOf(entity.object()).find(L"ZEFT") == std::wstring::npos) return AcDbObjectId();
+        for (const AcDbObjectId& mouldId : ctx.mouldEntities) {
+            AcDbObjectPointer<AcDbEntity> mould(mouldId, AcDb::kForRead);
+            if (mould && entity->isA()->isDerivedFrom(mould->isA())) return mouldId;
+        }
+        return AcDbObjectId();
+    });
+}
+
+// ===========================================================================
+// Exceptions and imposed layers
+
+namespace {
+
+// Opens the exception list of the drawing for read; null when it has none.
+std::unique_ptr<AcDbObjectPointer<ZEFTRuleException>> openException(AcDbDatabase* db)
+{
+    auto exception = std::make_unique<AcDbObjectPointer<ZEFTRuleException>>(Util::getExceptionFromDictionary(db),
+                                                                             AcDb::kForRead);
+    if (!*exception) return nullptr;
+    return exception;
+}
+
+// Model space or the current paper space of ctx's drawing.
+bool inLayeredSpace(const AcDbEntity* entity, const ApplicationContext& ctx)
+{
+    if (!ctx.database) return false;
+    const AcDbObjectId owner = entity->ownerId();
+    return owner == ctx.database->modelSpaceId() || owner == ctx.database->paperSpaceId();
+}
+
+}  // namespace
+
+bool ZEFTLayerManagerUtil::layerRulesAplicable(AcDbEntity* entity, const ApplicationContext& ctx,
+                                               std::wstring& imposedLayer)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::layerRulesAplicable", false, {
+        if (!entity || !entity->isReadEnabled()) return false;
+        AcDbDatabase* db = entity->database();
+        if (!db || !acDocManager->documentOf(db)) return false;
+        if (!ctx.ignoreDatabase && db != ctx.database) return false;
+        // Block definitions and other layouts keep the layers they were drawn on.
+        if (!inLayeredSpace(entity, ctx)) return false;
+        if (acdbToUpper(dxfNameOf(entity)).rfind(L"QRV", 0) == 0) return false;
+        if (const auto* viewport = AcDbViewport::cast(entity);
+            viewport && entity->ownerId() == ctx.database->paperSpaceId() && viewport->number() == 1)
+            return false;
+        auto exception = openException(ctx.database);
+        if (!exception) return true;
+        return (*exception)->layerRulesApplicable(entity, imposedLayer);
+    });
+}
+
+bool ZEFTLayerManagerUtil::layerRulesAplicable(const AcDbObjectId& entityId, const ApplicationContext& ctx,
+                                               std::wstring& imposedLayer)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::layerRulesAplicable", false, {
+        AcDbObjectPointer<AcDbEntity> entity(entityId, AcDb::kForRead);
+        return entity && layerRulesAplicable(entity.object(), ctx, imposedLayer);
+    });
+}
+
+std::wstring ZEFTLayerManagerUtil::getImposedLayer(AcDbEntity* entity, const ApplicationContext& ctx)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::getImposedLayer", std::wstring(), {
+        std::wstring layer;
+        if (auto exception = openException(ctx.database)) (*exception)->layerRulesApplicable(entity, layer);
+        return layer;
+    });
+}
+
+std::wstring ZEFTLayerManagerUtil::getImposedLayer(const AcDbObjectId& entityId, const ApplicationContext& ctx)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::getImposedLayer", std::wstring(), {
+        AcDbObjectPointer<AcDbEntity> entity(entityId, AcDb::kForRead);
+        return entity ? getImposedLayer(entity.object(), ctx) : std::wstring();
+    });
+}
+
+void ZEFTLayerManagerUtil::getExceptionLayerNames(AcDbDatabase* db, std::vector<std::wstring>& names)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::getExceptionLayerNames", {
+        names.clear();
+        auto exception = openException(db);
+        if (!exception) return;
+        for (int i = 0; i < (*exception)->getPairsNumber(); ++i) {
+            std::wstring key, layer;
+            (*exception)->getPair(unsigned(i), key, layer);
+            if (std::find(names.begin(), names.end(), layer) == names.end()) names.push_back(layer);
+        }
+    });
+}
+
+// ===========================================================================
+// Layer creation and entity layer resolution
+
+namespace {
+
+bool setEntityLayer(const AcDbObjectId& entityId, const AcDbObjectId& layerId)
+{
+    AcDbObjectPointer<AcDbEntity> entity(entityId, AcDb::kForWrite);
+    return entity && entity->setLayer(layerId, true, false) == Acad::eOk;
+}
+
+// The draft view holding what is placed: the context's, else the project's
+// active view. Null when there is none.
+AcDbObjectId draftHolder(const ApplicationContext& ctx)
+{
+    if (ctx.viewId.isValid()) return ctx.viewId;
+    AcDbObjectId active;
+    if (auto project = zeftGetProjectObject(ctx.database); project && project->getActiveView(active)) return active;
+    return AcDbObjectId();
+}
+
+// The holder's rule, given it from the standard when it has none yet.
+bool holderRule(const AcDbObjectId& holder, const ApplicationContext& ctx, std::vector<RuleField>& fields)
+{
+    if (!Util::hasXDataLayerRule(holder)) Util::createEntityLayerRuleFromDict(holder, ctx);
+    int type = 0;
+    return Util::readXDataLayerRule(holder, fields, type);
+}
+
+}  // namespace
+
+AcDbObjectId ZEFTLayerManagerUtil::processEntityLayerRules(const AcDbObjectId& entityId, const ApplicationContext& ctx)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::processEntityLayerRules", AcDbObjectId(), {
+        if (!entityId.isValid()) return AcDbObjectId();
+        std::wstring imposed;
+        const bool applicable = layerRulesAplicable(entityId, ctx, imposed);
+        if (!applicable || (!ctx.draftContext && !ctx.modelRulesActive)) return AcDbObjectId();
+        // Through layer "0" first: an entity whose layer cannot be made stays there.
+        setEntityLayer(entityId, ctx.database->layerZero());
+        std::wstring name = imposed;
+        if (name.empty()) {
+            std::vector<RuleField> fields;
+            if (!getEntityLayerRules(entityId, ctx, fields)) return AcDbObjectId();
+            ZEFTRuleEvaluator evaluator(entityId, fields);
+            evaluator.evaluate(ctx);
+            name = evaluator.getEvaluatedLayerName();
+        }
+        if (ctx.draftContext) writeXDataEntityType(entityId, 1);
+        // Inside a view the user's layer states are the view's business.
+        const AcDbObjectId layerId = createLayer(name, ctx, !ctx.viewId.isValid());
+        if (layerId.isValid()) setEntityLayer(entityId, layerId);
+        return layerId;
+    });
+}
+
+bool ZEFTLayerManagerUtil::getEntityLayerRules(const AcDbObjectId& entityId, const ApplicationContext& ctx,
+                                               std::vector<RuleField>& fields)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::getEntityLayerRules", false, {
+        std::wstring className;
+        {
+            AcDbObjectPointer<AcDbEntity> entity(entityId, AcDb::kForRead);
+            if (!entity) return false;
+            className = acdbToUpper(classNameOf(entity.object()));
+        }
+        if (ctx.draftContext) {
+            // A draft view carries the rule of everything drawn in it.
+            const AcDbObjectId holder = draftHolder(ctx);
+            std::vector<RuleField> viewFields;
+            if (holder.isValid() && holderRule(holder, ctx, viewFields)) {
+                writeXDataLayerRule(entityId, viewFields, 1);
+                fields.insert(fields.end(), viewFields.begin(), viewFields.end());
+                return true;
+            }
+        }
+        // The host's own entities follow the standard and carry no rule.
+        if (className.find(L"ZEFT") == std::wstring::npos) return getRuleFromDictionary(ctx.database, ctx, fields);
+        if (!hasXDataLayerRule(entityId)) {
+            const AcDbObjectId mould = getMouldEntity(entityId, ctx);
+            if (mould.isValid() && !hasXDataLayerRule(mould)) createEntityLayerRuleFromDict(mould, ctx);
+            createEntityLayerRule(entityId, ctx);
+        }
+        int type = 0;
+        return readXDataLayerRule(entityId, fields, type);
+    });
+}
+
+void ZEFTLayerManagerUtil::createEntityLayerRule(const AcDbObjectId& entityId, const ApplicationContext& ctx)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::createEntityLayerRule", {
+        if (!entityId.isValid()) return;
+        if (ctx.mouldEntities.contains(entityId)) return createEntityLayerRuleFromDict(entityId, ctx);
+        const AcDbObjectId mould = getMouldEntity(entityId, ctx);
+        if (!mould.isValid()) return createEntityLayerRuleFromDict(entityId, ctx);
+        std::vector<RuleField> fields;
+        int type = 0;
+        if (!readXDataLayerRule(mould, fields, type)) {
+            wyOutputDebugString(L"\nNo layer manager rule for mould. Maybe we should create one for it.");
+            return createEntityLayerRuleFromDict(entityId, ctx);
+        }
+        // Members of a mould inherit the mould's rule.
+        writeXDataLayerRule(entityId, fields, 0);
+    });
+}
+
+void ZEFTLayerManagerUtil::createEntityLayerRuleFromDict(const AcDbObjectId& id, const ApplicationContext& ctx)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::createEntityLayerRuleFromDict", {
+        std::vector<RuleField> fields;
+        getRuleFromDictionary(ctx.database, ctx, fields);
+        writeXDataLayerRule(id, fields, 0);
+    });
+}
+
+void ZEFTLayerManagerUtil::createEntityLayerRuleFromDict(AcDbObject* obj, const ApplicationContext& ctx)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::createEntityLayerRuleFromDict", {
+        std::vector<RuleField> fields;
+        getRuleFromDictionary(ctx.database, ctx, fields);
+        writeXDataLayerRule(obj, fields, 0);
+    });
+}
+
+bool ZEFTLayerManagerUtil::getEntityLayerName(AcDbEntity* entity, std::wstring& name, const ApplicationContext& ctx)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::getEntityLayerName", false, {
+        std::vector<RuleField> fields;
+        if (m_gbUseRuleFromDictionaryIngetEntityLayerName) {
+            // A previewed standard: its rule, nothing of the drawing's.
+            getRuleFromDictionary(ctx.database, ctx, fields);
+            ZEFTRuleEvaluator evaluator(classNameOf(entity), fields);
+            evaluator.evaluate(ctx);
+            name = evaluator.getEvaluatedLayerName();
+            return true;
+        }
+        if (AcDbDatabase* db = entity ? entity->database() : ctx.database) db->regApp(kXDataAppName);
+        name.clear();
+        if (!ctx.draftContext) return false;
+        // An imposed layer is handed back, but not as a success.
+        if (!layerRulesAplicable(entity, ctx, name) || !name.empty()) return false;
+        const AcDbObjectId holder = draftHolder(ctx);
+        if (!holder.isValid() || !holderRule(holder, ctx, fields)) return false;
+        ZEFTRuleEvaluator evaluator(classNameOf(entity), fields);
+        evaluator.evaluate(ctx);
+        name = evaluator.getEvaluatedLayerName();
+        return true;
+    });
+}
+
+bool ZEFTLayerManagerUtil::getEntityLayerName(const AcDbObjectId& entityId, std::wstring& name,
+                                              const ApplicationContext& ctx)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::getEntityLayerName", false, {
+        AcDbObjectPointer<AcDbEntity> entity(entityId, AcDb::kForRead);
+        return entity && getEntityLayerName(entity.object(), name, ctx);
+    });
+}
+
+AcDbObjectId ZEFTLayerManagerUtil::createLayer(std::wstring name, const ApplicationContext& ctx, bool turnOn)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::createLayer", AcDbObjectId(), {
+        name = ZEFTRuleEvaluator::removeInvalidCharacters(std::move(name));
+        if (name.empty() || !ctx.database) return AcDbObjectId();
+        AcDbObjectPointer<AcDbLayerTable> table(ctx.database->layerTableId(), AcDb::kForRead);
+        if (!table) return AcDbObjectId();
+        AcDbObjectId layerId;
+        if (table->getAt(name.c_str(), layerId) == Acad::eOk) {
+            table.close();
+            if (turnOn) {
+                AcDbObjectPointer<AcDbLayerTableRecord> layer(layerId, AcDb::kForRead);
+                // Opened for write only when a state changes: most entities
+                // land on layers that are already on.
+                if (layer && (layer->isOff() || layer->isFrozen() || layer->VPDFLT() || layer->isLocked()) &&
+                    layer->upgradeOpen() == Acad::eOk) {
+                    layer->setIsOff(false);
+                    layer->setIsFrozen(false);
+                    layer->setVPDFLT(false);
+                    layer->setIsLocked(false);
+                }
+            }
+            return layerId;
+        }
+        if (table->upgradeOpen() != Acad::eOk) return AcDbObjectId();
+        AcDbObjectPointer<AcDbLayerTableRecord> layer(ctx.database->newLayerRecord());
+        if (layer->setName(name.c_str()) != Acad::eOk) layer->setName(L"Layer");
+        layer->setIsFrozen(false);
+        layer->setVPDFLT(false);
+        layer->setIsLocked(false);
+        layer->setLinetypeObjectId(ctx.database->continuousLinetype());
+        if (table->add(layerId, layer.object()) != Acad::eOk) return AcDbObjectId();
+        layer.close();
+        table.close();
+        if (auto project = zeftGetProjectObject(ctx.database)) project->registerLayer(layerId);
+        return layerId;
+    });
+}
+
+bool ZEFTLayerManagerUtil::addLayersToActiveObject(const AcDbObjectIdArray& objects,
+                                                   const std::vector<AcDbObjectIdArray>& layers,
+                                                   const ApplicationContext& ctx)
+{
+    ZEFT_GUARD("ZEFTLayerManagerUtil::addLayersToActiveObject", false, {
+        if (objects.size() != layers.size()) return false;
+        auto project = zeftGetProjectObject(ctx.database);
+        if (!project) return true;
+        if (!ctx.modelRulesActive) {
+            AcDbObjectId previous;
+            project->selectView(ctx.viewId, previous);
+        }
+        for (std::size_t i = 0; i < objects.size(); ++i) project->setObjectLayers(objects[i], layers[i], ctx.viewId);
+        return true;
+    });
+}
+
+// ===========================================================================
+// Function names and help texts
+
+void ZEFTLayerManagerUtil::getAllFunctionNames(AcDbDatabase* db, std::vector<std::wstring>& names)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::getAllFunctionNames", {
+        if (!db) return;
+        ZEFTRuleEvaluator::getPredefinedFunctionNames(names);
+        forEachEntry(db, [&](AcDbObject* entry) {
+            if (const auto* function = ZEFTRuleFunction::cast(entry)) names.push_back(function->getName());
+            return false;
+        });
+    });
+}
+
+void ZEFTLayerManagerUtil::getFunctionHelpStrings(const std::vector<std::wstring>& names,
+                                                  std::vector<std::wstring>& helps)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::getFunctionHelpStrings", {
+        static const std::pair<const wchar_t*, int> kHelps[] = {
+            {L"BUILDING", 17722},  {L"GENERAL TYPE", 17723}, {L"TYPE", 17724},      {L"LEVEL", 17725},
+            {L"LEVEL/VIEW", 17726}, {L"PLAN NAME", 17732},   {L"PROJECT", 17727},   {L"PROJECTION", 17728},
+            {L"VIEW NAME", 17729}, {L"VIEW TYPE", 17730}};
+        for (const std::wstring& name : names) {
+            int prompt = 17731;
+            for (const auto& [known, id] : kHelps)
+                if (name == known) {
+                    prompt = id;
+                    break;
+                }
+            helps.push_back(WyPrompts::getPrompt(L"ZEFTLAYERMANAGER", prompt));
         }
     });
 }

@@ -15,6 +15,7 @@
 
 class AcApDocument;
 class AcDbDatabase;
+class AcDbEntity;
 class ZEFTRuleEnum;
 class ZEFTRuleException;
 class ZEFTRuleFunction;
@@ -131,6 +132,82 @@ public:
     static bool installStandardFromPath(AcDbDatabase* db, const std::wstring& path, const std::wstring& fileName);
     // Erases the drawing's layer standard objects, keeping the dictionary.
     static bool removeLayerStandard(AcDbDatabase* db);
+
+    // ------------------------------------------------------------------
+    // Context of an evaluation
+    // ------------------------------------------------------------------
+
+    // Fills ctx for the drawing and the command (may be null): the moulds
+    // of the drawing's lists, whether the command drafts, and what the
+    // project object says (working mode, the view holding `objectId` when
+    // valid, whether model rules are active). "ZEFTFORCECALC" forces model
+    // rules on.
+    static void getApplicationContext(ApplicationContext& ctx, AcDbDatabase* db, const wchar_t* commandName,
+                                      const AcDbObjectId& objectId);
+    // The first mould of ctx whose class the entity's class derives from;
+    // null for entities of other makers than the suite's.
+    static AcDbObjectId getMouldEntity(const AcDbObjectId& entityId, const ApplicationContext& ctx);
+
+    // ------------------------------------------------------------------
+    // Exceptions and imposed layers
+    // ------------------------------------------------------------------
+
+    // Whether layering applies to an entity of ctx's drawing that lies in
+    // model space or the current paper space (not the overall paper-space
+    // viewport, not a "QRV" class). The exception list may impose a layer,
+    // written to imposedLayer (untouched otherwise), or exclude the class
+    // ("Auto...").
+    static bool layerRulesAplicable(AcDbEntity* entity, const ApplicationContext& ctx, std::wstring& imposedLayer);
+    static bool layerRulesAplicable(const AcDbObjectId& entityId, const ApplicationContext& ctx,
+                                    std::wstring& imposedLayer);
+    // The layer the exception list imposes on the entity's class; empty
+    // when none (or "Auto..."). Placement is not checked.
+    static std::wstring getImposedLayer(AcDbEntity* entity, const ApplicationContext& ctx);
+    static std::wstring getImposedLayer(const AcDbObjectId& entityId, const ApplicationContext& ctx);
+    // The distinct layers of the exception list, in order of appearance.
+    static void getExceptionLayerNames(AcDbDatabase* db, std::vector<std::wstring>& names);
+
+    // ------------------------------------------------------------------
+    // Layer creation and entity layer resolution
+    // ------------------------------------------------------------------
+
+    // Puts the entity on the layer its rule gives (through layer "0", where
+    // it stays when no layer can be made); the layer's id, or null when
+    // the rules do not govern the entity.
+    static AcDbObjectId processEntityLayerRules(const AcDbObjectId& entityId, const ApplicationContext& ctx);
+    // The entity's rule: the draft view's in a draft context, the
+    // standard's for the host's own entities, else the entity's own rule,
+    // created from its mould or the standard when missing.
+    static bool getEntityLayerRules(const AcDbObjectId& entityId, const ApplicationContext& ctx,
+                                    std::vector<RuleField>& fields);
+    // Gives the entity its own rule: its mould's, else the standard's.
+    static void createEntityLayerRule(const AcDbObjectId& entityId, const ApplicationContext& ctx);
+    // Writes the standard's rule for ctx (empty when none) into the
+    // object's extended data.
+    static void createEntityLayerRuleFromDict(const AcDbObjectId& id, const ApplicationContext& ctx);
+    static void createEntityLayerRuleFromDict(AcDbObject* obj, const ApplicationContext& ctx);
+    // The name the entity would get in a draft view, changing nothing but
+    // the view's rule. With an imposed layer: false, and name holds it.
+    static bool getEntityLayerName(AcDbEntity* entity, std::wstring& name, const ApplicationContext& ctx);
+    static bool getEntityLayerName(const AcDbObjectId& entityId, std::wstring& name, const ApplicationContext& ctx);
+    // The layer of the cleaned name, made when missing (continuous
+    // linetype, told to the project object). With turnOn an existing layer
+    // is also turned on, thawed and unlocked. Null for an empty name.
+    static AcDbObjectId createLayer(std::wstring name, const ApplicationContext& ctx, bool turnOn);
+    // Tells the project object that objects[i] goes with layers[i].
+    static bool addLayersToActiveObject(const AcDbObjectIdArray& objects, const std::vector<AcDbObjectIdArray>& layers,
+                                        const ApplicationContext& ctx);
+
+    // ------------------------------------------------------------------
+    // Function names and help texts
+    // ------------------------------------------------------------------
+
+    // The predefined names, then the drawing's user functions; nothing for
+    // a null database.
+    static void getAllFunctionNames(AcDbDatabase* db, std::vector<std::wstring>& names);
+    // Appends one help text per name (the user-function text for any name
+    // that is not one of the suite's).
+    static void getFunctionHelpStrings(const std::vector<std::wstring>& names, std::vector<std::wstring>& helps);
 
     // ------------------------------------------------------------------
     // Standard swapping state

@@ -76,6 +76,48 @@ void ZEFTRuleFunction::removeAllPairs()
     });
 }
 
+namespace {
+
+const std::wstring* valueOfKey(const std::vector<std::pair<std::wstring, std::wstring>>& pairs,
+                               const std::wstring& key)
+{
+    for (const auto& pair : pairs)
+        if (pair.first == key) return &pair.second;
+    return nullptr;
+}
+
+}  // namespace
+
+std::wstring ZEFTRuleFunction::valueForClass(const AcRxClass* cls, const std::wstring& className) const
+{
+    if (const std::wstring* exact = valueOfKey(m_pairs, className)) return *exact;
+    for (const AcRxClass* c = cls ? cls->myParent() : nullptr; c; c = c->myParent())
+        if (const std::wstring* inherited = valueOfKey(m_pairs, c->name())) return *inherited;
+    return m_defaultValue;
+}
+
+std::wstring ZEFTRuleFunction::getValue(const AcDbObject* obj) const
+{
+    ZEFT_GUARD("ZEFTRuleFunction::getValue", std::wstring(), {
+        assertReadEnabled();
+        const AcRxClass* cls = obj ? obj->isA() : nullptr;
+        if (!cls) return m_defaultValue;
+        return valueForClass(cls, cls->name());
+    });
+}
+
+std::wstring ZEFTRuleFunction::getValue(const std::wstring& className) const
+{
+    ZEFT_GUARD("ZEFTRuleFunction::getValue", std::wstring(), {
+        assertReadEnabled();
+        const AcRxClass* cls = acrxFindClass(className);
+        // Classes known from drawings only have their chain too.
+        for (const AcRxClass* proxy : acrxProxyClasses())
+            if (!cls && className == proxy->name()) cls = proxy;
+        return valueForClass(cls, className);
+    });
+}
+
 Acad::ErrorStatus ZEFTRuleFunction::dwgInFields(AcDbDwgFiler* filer)
 {
     ZEFT_GUARD("ZEFTRuleFunction::dwgInFields", Acad::eNotOpenForWrite, {

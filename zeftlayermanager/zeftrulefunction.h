@@ -29,6 +29,15 @@ public:
     void addPair(const std::wstring& key, const std::wstring& value);
     void removeAllPairs();
 
+    // The function's value for an object: the first pair whose key is the
+    // object's class name; failing that, the first pair naming the nearest
+    // class it derives from (so a key "AcDbCurve" covers lines and arcs);
+    // else the default value. Keys are compared case-sensitively.
+    std::wstring getValue(const AcDbObject* obj) const;
+    // The same for a class name; a name no code or drawing registered
+    // matches its own key only.
+    std::wstring getValue(const std::wstring& className) const;
+
     Acad::ErrorStatus dwgInFields(AcDbDwgFiler* filer) override;
     Acad::ErrorStatus dwgOutFields(AcDbDwgFiler* filer) const override;
     Acad::ErrorStatus dxfInFields(AcDbDxfFiler* filer) override;
@@ -36,6 +45,8 @@ public:
     bool filesItself() const override { return true; }
 
 private:
+    std::wstring valueForClass(const AcRxClass* cls, const std::wstring& className) const;
+
     std::wstring m_name;
     std::wstring m_defaultValue;
     std::vector<std::pair<std::wstring, std::wstring>> m_pairs;

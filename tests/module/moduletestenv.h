@@ -1,6 +1,6 @@
 // What the module's tests share: a fixture that registers the five
-// persistent classes, builders of functions and enumerations, and readers
-// of the objects' lists.
+// persistent classes and the prompt table as the module's start does,
+// builders of functions and enumerations, and readers of the objects' lists.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "suite/wybase.h"
+#include "zeftlayermanager/res/zeftlayermanagerprompts.h"
 #include "zeftlayermanager/rulefield.h"
 #include "zeftlayermanager/zeftfiling.h"
 #include "zeftlayermanager/zeftruleenum.h"
@@ -25,7 +27,11 @@ class ModuleTest : public ::testing::Test {
 protected:
     // Registration is idempotent: per test, so that a test elsewhere in the
     // binary that unregisters the classes cannot leave these without them.
-    void SetUp() override { zeft_filing::registerClasses(); }
+    void SetUp() override
+    {
+        zeft_filing::registerClasses();
+        WyPrompts::registerTable(L"ZEFTLAYERMANAGER", &zeftLayerManagerPrompts());
+    }
 };
 
 inline std::unique_ptr<ZEFTRuleFunction> function(const std::wstring& name, const std::wstring& def,

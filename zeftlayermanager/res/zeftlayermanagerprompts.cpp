@@ -35,6 +35,18 @@ const std::map<int, std::wstring>& zeftLayerManagerPrompts()
                 L"Value=. \n"
                 L"WhiteSpaceAfter=1\n"},
         {17717, L"Beltrix gestion des calques"},
+        {17722, L"Represents the name of element's building."},
+        {17723, L"Represents the name of element's group.\nLike reinforcement or drawing elements."},
+        {17724, L"A code for each entity type."},
+        {17725, L"If the entity is part of a level than it is the  level name.\nOtherwise is nothing."},
+        {17726, L"If the entity is part of a level it is the level name.\nIf the entity is part of a drawing it is "
+                L"the drawing name.\nOtherwise is nothing."},
+        {17727, L"Represents the name of element's project."},
+        {17728, L"Represents the element's projection."},
+        {17729, L"If the entity is part of a drawing than it is drawing name.\nOtherwise nothing."},
+        {17730, L"If the entity is part of a drawing than it is drawing type.\nOtherwise nothing."},
+        {17731, L"Custon user function."},
+        {17732, L"If entity is part of a layout than it is layout name.\nOtherwise nothing."},
     };
     return prompts;
 }
