@@ -7,6 +7,7 @@
 
 #include "host/database.h"
 #include "host/dbclasses.h"
+#include "host/document.h"
 #include "host/editor.h"
 #include "host/rxmodule.h"
 #include "suite/zeftregistrytools.h"
@@ -38,6 +39,59 @@ int usageError(const std::string& msg, const char* command)
     if (command) std::fprintf(stderr, "Try 'zeftlayer help %s'.\n", command);
     else std::fprintf(stderr, "Try 'zeftlayer --help'.\n");
     return kUsage;
+}
+
+OpenDrawing::~OpenDrawing()
+{
+    if (doc) acDocManager->close(doc);
+}
+
+bool openDrawing(const std::string& path, OpenDrawing& out)
+{
+    try {
+        auto db = AcDbDatabase::readDxf(path);
+        for (const auto& w : db->readWarnings()) std::fprintf(stderr, "zeftlayer: warning: %s\n", w.c_str());
+        out.doc = acDocManager->open(std::move(db));
+        out.db = out.doc->database();
+        return true;
+    } catch (const std::exception& e) {
+        failure(e.what());
+        return false;
+    }
+}
+
+bool writeDrawing(AcDbDatabase* db, const std::string& path)
+{
+    try {
+        db->writeDxf(path);
+        return true;
+    } catch (const std::exception& e) {
+        failure(e.what());
+        return false;
+    }
+}
+
+std::string jsonString(const std::wstring& s)
+{
+    std::string out = "\"";
+    for (unsigned char c : dxf::toUtf8(s)) {
+        switch (c) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default:
+            if (c < 0x20) {
+                char buf[8];
+                std::snprintf(buf, sizeof buf, "\\u%04x", c);
+                out += buf;
+            } else {
+                out += char(c);
+            }
+        }
+    }
+    return out + "\"";
 }
 
 namespace {
@@ -137,6 +191,37 @@ const std::map<std::string, Command>& commands()
           "a build: the exit code is 1 when the module cannot be loaded or unloaded.\n\n"
           "  --module NAME|PATH   another module, by name or by path\n",
           &cmdModules}},
+        {"project",
+         {"show or edit the project and mould lists of a drawing",
+          "zeftlayer project DRAWING SUBCOMMAND [ARGS...] [-o OUT]",
+          "Shows and edits what a drawing holds of its project: project and building\n"
+          "names, working mode, levels and draft views with the entities each holds,\n"
+          "the active view, what image entities show, and the mould lists.\n\n"
+          "  show [--json]                 print all of it\n"
+          "  set [--project NAME] [--building NAME] [--mode level|view|none]\n"
+          "      [--model-rules on|off] [--active LEVEL_OR_VIEW]\n"
+          "                                change the project (--active \"\" for none)\n"
+          "  level add NAME [--plan TEXT]  add a level\n"
+          "  view add NAME [--type TEXT] [--plan TEXT]\n"
+          "                                add a draft view\n"
+          "  level|view rename NAME NEW    rename a level or view\n"
+          "  level|view remove NAME        remove it; its entities are released\n"
+          "  level|view assign NAME [--handle H]... [--layer LAYER]...\n"
+          "      [--window X1,Y1,X2,Y2]... put entities in it: by handle; every entity of\n"
+          "                                model space on a layer; or those of model space\n"
+          "                                whose points (DXF groups 10 to 13) all lie in\n"
+          "                                the window\n"
+          "  mould LIST add|remove HANDLE...\n"
+          "  mould LIST list               edit or print a mould list: ZEFT_MOULD_ENTITIES,\n"
+          "                                MeshMouldEntities, RebarMouldEntities, MouleList\n"
+          "  image HANDLE [--shows HANDLE | --clear]\n"
+          "                                print, set or clear what an image entity shows\n\n"
+          "Level and view names are unique per kind, without regard to case. A change\n"
+          "makes the project when the drawing has none; R12 drawings cannot hold one.\n"
+          "The drawing is rewritten in place unless -o names another file; on any\n"
+          "error nothing is written. The format is described in docs/project.md.\n\n"
+          "  -o, --output OUT   write the result to OUT\n",
+          &cmdProject}},
         {"standards",
          {"list the layer standards of the standards folder",
           "zeftlayer [--data-dir DIR] standards",
@@ -172,6 +257,21 @@ const std::map<std::string, Command>& commands()
           "Writes the drawing's layer standard to OUT.std (Windows-1252, CR LF), the\n"
           "format of the standards folder.\n",
           &cmdExport}},
+        {"names",
+         {"print the layer every entity would get, without writing the drawing",
+          "zeftlayer names DRAWING [--json] [--standard FILE]",
+          "For every entity of model space and of the current paper space, prints its\n"
+          "handle, class and layer, and the layer the drawing's standard gives it: a\n"
+          "name computed from the rule (with the project's building, level or view),\n"
+          "a layer the exception list imposes, or why the entity is not layered\n"
+          "(excluded class, \"Auto...\" exception, overall paper-space viewport, model\n"
+          "rules inactive, no rule for the working mode). A name that comes out empty\n"
+          "means layer \"0\". The drawing is not written.\n\n"
+          "  --json           print the same as JSON\n"
+          "  --standard FILE  preview the names that a standard of the standards folder\n"
+          "                   (file name or standard name) would give, from its rule\n"
+          "                   for each entity's class\n",
+          &cmdNames}},
     };
     return c;
 }

@@ -26,7 +26,6 @@
 namespace fs = std::filesystem;
 
 namespace zeftlayer {
-namespace {
 
 using dxf::fromUtf8;
 using dxf::toUtf8;
@@ -39,58 +38,6 @@ bool startModule()
     if (acrxDynamicLinker->loadModule("zeftlayermanager", &error)) return true;
     failure(error);
     return false;
-}
-
-std::string standardsFolder()
-{
-    std::wstring folder;
-    if (!ZEFTRegistryTools::GetLayerStandardsPath(folder)) return {};
-    return toUtf8(folder);
-}
-
-// A drawing opened as the current document.
-struct OpenDrawing {
-    AcApDocument* doc = nullptr;
-    AcDbDatabase* db = nullptr;
-    ~OpenDrawing()
-    {
-        if (doc) acDocManager->close(doc);
-    }
-};
-
-bool openDrawing(const std::string& path, OpenDrawing& out)
-{
-    try {
-        auto db = AcDbDatabase::readDxf(path);
-        for (const auto& w : db->readWarnings()) std::fprintf(stderr, "zeftlayer: warning: %s\n", w.c_str());
-        out.doc = acDocManager->open(std::move(db));
-        out.db = out.doc->database();
-        return true;
-    } catch (const std::exception& e) {
-        failure(e.what());
-        return false;
-    }
-}
-
-// Why a ".std" file cannot be used, or empty when it can.
-std::string checkStandardFile(const std::string& path)
-{
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0) return path + ": " + std::strerror(errno);
-    if (S_ISDIR(st.st_mode)) return path + ": is a folder, not a layer standard file";
-    if (!S_ISREG(st.st_mode)) return path + ": not a regular file";
-    std::FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f) return path + ": cannot read: " + std::strerror(errno);
-    unsigned char head[4096];
-    std::size_t n = std::fread(head, 1, sizeof head, f);
-    std::fclose(f);
-    if (st.st_size == 0) return path + ": empty file, not a layer standard";
-    if (st.st_size > 16 * 1024 * 1024) return path + ": too large for a layer standard (over 16 MiB)";
-    bool utf16 = n >= 2 && ((head[0] == 0xFF && head[1] == 0xFE) || (head[0] == 0xFE && head[1] == 0xFF));
-    if (!utf16 && std::find(head, head + n, 0) != head + n) return path + ": binary data, not a layer standard";
-    std::wstring name = wyGetProfileString(L"Layer_Standard", L"Name", L"", fromUtf8(path), 100);
-    if (name.empty()) return path + ": not a layer standard (no Name in section [Layer_Standard])";
-    return {};
 }
 
 // A folder file by file name, by file name without ".std", or by standard name.
@@ -118,18 +65,36 @@ bool findInFolder(const std::string& wanted, std::string& fileName, std::string&
     return false;
 }
 
-// Writes through a temporary file beside the target, so that a failed
-// write leaves nothing half-written.
-bool writeDrawing(AcDbDatabase* db, const std::string& path)
+namespace {
+
+std::string standardsFolder()
 {
-    try {
-        db->writeDxf(path);
-        return true;
-    } catch (const std::exception& e) {
-        failure(e.what());
-        return false;
-    }
+    std::wstring folder;
+    if (!ZEFTRegistryTools::GetLayerStandardsPath(folder)) return {};
+    return toUtf8(folder);
 }
+
+// Why a ".std" file cannot be used, or empty when it can.
+std::string checkStandardFile(const std::string& path)
+{
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return path + ": " + std::strerror(errno);
+    if (S_ISDIR(st.st_mode)) return path + ": is a folder, not a layer standard file";
+    if (!S_ISREG(st.st_mode)) return path + ": not a regular file";
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return path + ": cannot read: " + std::strerror(errno);
+    unsigned char head[4096];
+    std::size_t n = std::fread(head, 1, sizeof head, f);
+    std::fclose(f);
+    if (st.st_size == 0) return path + ": empty file, not a layer standard";
+    if (st.st_size > 16 * 1024 * 1024) return path + ": too large for a layer standard (over 16 MiB)";
+    bool utf16 = n >= 2 && ((head[0] == 0xFF && head[1] == 0xFE) || (head[0] == 0xFE && head[1] == 0xFF));
+    if (!utf16 && std::find(head, head + n, 0) != head + n) return path + ": binary data, not a layer standard";
+    std::wstring name = wyGetProfileString(L"Layer_Standard", L"Name", L"", fromUtf8(path), 100);
+    if (name.empty()) return path + ": not a layer standard (no Name in section [Layer_Standard])";
+    return {};
+}
+
 
 std::string quoted(const std::wstring& s)
 {
@@ -147,29 +112,6 @@ std::string padded(const std::wstring& s, std::size_t width)
     std::string out = toUtf8(s);
     if (s.size() < width) out.append(width - s.size(), ' ');
     return out;
-}
-
-std::string json(const std::wstring& s)
-{
-    std::string out = "\"";
-    for (unsigned char c : toUtf8(s)) {
-        switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        default:
-            if (c < 0x20) {
-                char buf[8];
-                std::snprintf(buf, sizeof buf, "\\u%04x", c);
-                out += buf;
-            } else {
-                out += char(c);
-            }
-        }
-    }
-    return out + "\"";
 }
 
 // What a drawing's standard holds, read once.
@@ -255,26 +197,26 @@ void printText(const StandardView& v)
 
 void printJson(const StandardView& v)
 {
-    std::printf("{\n  \"name\": %s,\n  \"file\": %s,\n  \"separator\": %s,\n  \"rules\": {", json(v.name).c_str(),
-                json(v.fileName).c_str(), json(v.separator).c_str());
+    std::printf("{\n  \"name\": %s,\n  \"file\": %s,\n  \"separator\": %s,\n  \"rules\": {", jsonString(v.name).c_str(),
+                jsonString(v.fileName).c_str(), jsonString(v.separator).c_str());
     for (int i = 0; i < 3; ++i) {
         std::printf("%s\n    \"%s\": [", i ? "," : "", kRuleKeys[i]);
         for (std::size_t j = 0; j < v.rules[i].size(); ++j) {
             const RuleField& f = v.rules[i][j];
             std::printf("%s\n      {\"name\": %s, \"value\": %s, \"isFunction\": %s}", j ? "," : "",
-                        json(f.name).c_str(), json(f.value).c_str(), f.isFunction ? "true" : "false");
+                        jsonString(f.name).c_str(), jsonString(f.value).c_str(), f.isFunction ? "true" : "false");
         }
         std::printf("%s]", v.rules[i].empty() ? "" : "\n    ");
     }
     std::printf("\n  },\n  \"functions\": [");
     for (std::size_t i = 0; i < v.functions.size(); ++i) {
         const auto& f = v.functions[i];
-        std::printf("%s\n    {\"name\": %s, \"default\": %s, \"pairs\": [", i ? "," : "", json(f->getName()).c_str(),
-                    json(f->getDefaultValue()).c_str());
+        std::printf("%s\n    {\"name\": %s, \"default\": %s, \"pairs\": [", i ? "," : "", jsonString(f->getName()).c_str(),
+                    jsonString(f->getDefaultValue()).c_str());
         for (int j = 0; j < f->getPairsNumber(); ++j) {
             std::wstring k, val;
             f->getPair(unsigned(j), k, val);
-            std::printf("%s[%s, %s]", j ? ", " : "", json(k).c_str(), json(val).c_str());
+            std::printf("%s[%s, %s]", j ? ", " : "", jsonString(k).c_str(), jsonString(val).c_str());
         }
         std::printf("]}");
     }
@@ -282,8 +224,8 @@ void printJson(const StandardView& v)
     for (std::size_t i = 0; i < v.enums.size(); ++i) {
         std::vector<std::wstring> values;
         v.enums[i]->getValues(values);
-        std::printf("%s\n    {\"name\": %s, \"values\": [", i ? "," : "", json(v.enums[i]->getName()).c_str());
-        for (std::size_t j = 0; j < values.size(); ++j) std::printf("%s%s", j ? ", " : "", json(values[j]).c_str());
+        std::printf("%s\n    {\"name\": %s, \"values\": [", i ? "," : "", jsonString(v.enums[i]->getName()).c_str());
+        for (std::size_t j = 0; j < values.size(); ++j) std::printf("%s%s", j ? ", " : "", jsonString(values[j]).c_str());
         std::printf("]}");
     }
     std::printf("%s],\n  \"exceptions\": [", v.enums.empty() ? "" : "\n  ");
@@ -291,7 +233,7 @@ void printJson(const StandardView& v)
     for (int i = 0; i < pairs; ++i) {
         std::wstring k, val;
         v.exception->getPair(unsigned(i), k, val);
-        std::printf("%s\n    [%s, %s]", i ? "," : "", json(k).c_str(), json(val).c_str());
+        std::printf("%s\n    [%s, %s]", i ? "," : "", jsonString(k).c_str(), jsonString(val).c_str());
     }
     std::printf("%s]\n}\n", pairs ? "\n  " : "");
 }

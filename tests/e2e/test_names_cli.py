@@ -1,0 +1,99 @@
+#!/usr/bin/python3
+"""`zeftlayer names` on the sample drawing given the default standard and a
+project: the names a person expects, the reasons for entities left alone,
+a preview through another standard, and bad input. The drawing is never
+written."""
+import hashlib
+import json
+import os
+import shutil
+import tempfile
+import unittest
+
+import common
+from common import ezdxf
+
+ZEFT = common.program("zeftlayer")
+
+
+def digest(path):
+    with open(path, "rb") as f:
+        return hashlib.sha256(f.read()).hexdigest()
+
+
+class Names(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = tempfile.mkdtemp(prefix="zeft-names-")
+        cls.env = {"BELTRIX_DATA": os.path.join(cls.tmp, "data")}
+        cls.drawing = os.path.join(cls.tmp, "sample.dxf")
+        steps = [["install", common.SAMPLE, "Beltrix", "-o", cls.drawing],
+                 ["project", cls.drawing, "set", "--project", "Maison", "--building", "Bâtiment A", "--mode", "level"],
+                 ["project", cls.drawing, "level", "add", "Niveau 0"],
+                 ["project", cls.drawing, "level", "add", "Niveau 1"],
+                 ["project", cls.drawing, "level", "assign", "Niveau 1", "--layer", "WALLS"],
+                 ["project", cls.drawing, "set", "--active", "Niveau 0"]]
+        for args in steps:
+            proc = cls.zeft(args)
+            assert proc.returncode == 0, f"{args}: {proc.stderr}"
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.tmp, ignore_errors=True)
+
+    @classmethod
+    def zeft(cls, args):
+        return common.run([ZEFT] + args, env=cls.env)
+
+    def names(self, *extra):
+        before = digest(self.drawing)
+        proc = self.zeft(["names", self.drawing, "--json", *extra])
+        self.assertEqual(proc.returncode, 0, proc.stderr)
+        self.assertEqual(digest(self.drawing), before, "names must not write the drawing")
+        return {e["handle"]: e for e in json.loads(proc.stdout)["entities"]}
+
+    def test_names_from_the_default_standard_and_the_project(self):
+        rows = self.names()
+        doc = ezdxf.readfile(self.drawing)
+        walls = [e.dxf.handle for e in doc.modelspace() if e.dxf.layer == "WALLS"]
+        self.assertTrue(walls)
+        for handle in walls:
+            self.assertEqual(rows[handle]["target"], "Bâtiment A. Niveau 1")
+        # Entities in no level go to the level being worked on.
+        window = next(e.dxf.handle for e in doc.modelspace() if e.dxf.layer == "WINDOWS")
+        self.assertEqual(rows[window]["target"], "Bâtiment A. Niveau 0")
+        viewports = sorted((e.dxf.id, e.dxf.handle) for e in doc.layouts.active_layout() if e.dxftype() == "VIEWPORT")
+        self.assertIsNone(rows[viewports[0][1]]["target"])
+        self.assertEqual(rows[viewports[0][1]]["note"], "overall paper-space viewport")
+        self.assertEqual((rows[viewports[1][1]]["target"], rows[viewports[1][1]]["note"]), ("Frames", "exception"))
+        # Every entity of model space and of the current layout, none of the blocks.
+        expected = len(doc.modelspace()) + len(doc.layouts.active_layout())
+        self.assertEqual(len(rows), expected)
+
+        text = self.zeft(["names", self.drawing]).stdout
+        self.assertIn("Standard: Beltrix", text)
+        self.assertIn('building "Bâtiment A", working mode 0', text)
+
+    def test_preview_of_another_standard(self):
+        folder = os.path.join(self.env["BELTRIX_DATA"], "Support", "Layer Standards")
+        with open(os.path.join(folder, "plans.std"), "w", encoding="cp1252", newline="\r\n") as f:
+            f.write("[Layer_Standard]\nName=Plans\n[Model_Rules]\nName_1=Plan\nField_1=P\n"
+                    "Name_2=Level\nField_2==LEVEL()\n[Separator]\nValue=-\nWhiteSpaceAfter=0\n")
+        rows = self.names("--standard", "Plans")
+        self.assertEqual({r["target"] for r in rows.values()}, {"P-Niveau 0", "P-Niveau 1"})
+        self.assertEqual(self.names(), self.names(), "the drawing's own standard is back")
+
+    def test_bad_input(self):
+        cases = [(["names", common.SAMPLE], 1, "holds no layer standard"),
+                 (["names", self.drawing, "--standard", "nope"], 1, "no layer standard 'nope'"),
+                 (["names", self.drawing, "--bogus"], 2, "unknown option '--bogus'"),
+                 (["names"], 2, "expected one DRAWING"),
+                 (["names", os.path.join(self.tmp, "missing.dxf")], 1, "missing.dxf")]
+        for args, code, message in cases:
+            proc = self.zeft(args)
+            self.assertEqual(proc.returncode, code, args)
+            self.assertIn(message, proc.stderr, args)
+
+
+if __name__ == "__main__":
+    unittest.main()
