@@ -17,32 +17,8 @@ set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root" || exit 1
 
-sizes=("$@")
-[[ ${#sizes[@]} -gt 0 ]] || sizes=(10000 100000 1000000)
-for n in "${sizes[@]}"; do
-  if ! [[ $n =~ ^[1-9][0-9]*$ ]]; then
-    echo "usage: bench/run.sh [SIZES...]   (entity counts, default 10000 100000 1000000)" >&2
-    exit 2
-  fi
-done
-
-REPEATS=3
-PEER_SLOW=60          # seconds: a slower first peer run is not repeated
-python=/usr/bin/python3
-shared=$root/../shared/bench
-gen=$shared/gen_drawing.py
-peer=$shared/peer_ezdxf.py
-work=build/bench
+source bench/common.sh
 zeftlayer=build/release/bin/zeftlayer
-
-for f in "$gen" "$peer"; do
-  if [[ ! -f $f ]]; then
-    echo "bench: $f not found (the shared folder must sit beside the repository)" >&2
-    exit 1
-  fi
-done
-
-scripts/install-deps.sh || exit 1
 
 echo "bench: building the release build" >&2
 mkdir -p "$work"
@@ -103,27 +79,11 @@ run_timed() {
   echo "$best $peak"
 }
 
-ratio() {  # ratio A B -> A/B with two decimals, or n/a
-  awk -v a="$1" -v b="$2" 'BEGIN {
-    if (a !~ /^[0-9.]+$/ || b !~ /^[0-9.]+$/ || b + 0 == 0) print "n/a";
-    else printf "%.2f", a / b }'
-}
-
 rows=()
 for n in "${sizes[@]}"; do
-  in=$work/drawing-$n.dxf
-  if [[ ! -s $in ]]; then
-    echo "bench: generating $in ($n entities)" >&2
-    if ! "$python" "$gen" "$n" "$in.tmp" --seed 1; then
-      echo "bench: generating $in failed" >&2
-      rm -f "$in.tmp"
-      exit 1
-    fi
-    mv "$in.tmp" "$in"
-  fi
+  in=$(drawing "$n") || exit 1
   bytes=$(stat -c %s "$in")
   file_mb=$(awk -v b="$bytes" 'BEGIN { printf "%.1f", b / 1048576 }')
-  cat "$in" >/dev/null        # warm the page cache so every program starts equal
   echo "bench: $n entities, $in ($file_mb MB)" >&2
   out=$work/out/out.dxf
 
