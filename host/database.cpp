@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <map>
+#include <set>
 #include <unordered_map>
 
 #include "host/dbclasses.h"
@@ -738,6 +739,11 @@ struct DxfLoader {
             if (r.type != "SECTION") fail(r, "expected SECTION or EOF, found " + std::string(r.type));
             if (r.name.empty()) fail(r, "SECTION without a name");
             std::string name(dxf::trim(r.name));
+            // A second copy of a section the host models would be written twice.
+            static const std::set<std::string> kModelled = {"HEADER", "CLASSES", "TABLES", "BLOCKS", "ENTITIES", "OBJECTS"};
+            if (kModelled.count(name) &&
+                std::any_of(impl.sections.begin(), impl.sections.end(), [&](const auto& s) { return s.name == name; }))
+                fail(r, "section " + name + " appears a second time");
             if (name == "HEADER") {
                 // The section record holds the variables: drop "0 SECTION" and "2 HEADER".
                 dxf::TagView t2;

@@ -440,3 +440,17 @@ TEST(DeepClone, CopiesIntoModelSpaceWithNewHandles) {
 }
 
 }  // namespace
+
+TEST(Drawings, ASectionTwiceIsRefused) {
+    // It would be written twice, with every handle in it twice.
+    std::string text = AcDbDatabase().dxfText();
+    const std::size_t at = text.find("  0\nSECTION\n  2\nENTITIES\n");
+    const std::string section = text.substr(at, text.find("  0\nENDSEC\n", at) + 11 - at);
+    text.insert(at, section);
+    try {
+        AcDbDatabase::readDxfBytes(text, "twice.dxf");
+        FAIL() << "read";
+    } catch (const dxf::ParseError& e) {
+        EXPECT_NE(std::string(e.what()).find("section ENTITIES appears a second time"), std::string::npos) << e.what();
+    }
+}
