@@ -56,14 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         project->getActiveView(id);
         project->getLevelName(AcDbObjectId(), text);
     }
-    std::vector<AcDbObjectId> ids;
-    for (const AcDbObjectId& space : {db->modelSpaceId(), db->paperSpaceId()}) {
-        AcDbObjectPointer<AcDbBlockTableRecord> block(space, AcDb::kForRead);
-        if (!block) continue;
-        const auto entities = block->entityIds();
-        ids.insert(ids.end(), entities.begin(), entities.end());
-    }
-    for (const AcDbObjectId& id : ids) {
+    for (const AcDbObjectId& id : zeftlayer::layeredEntityIds(db)) {
         ApplicationContext ctx;
         ZEFTLayerManagerUtil::getApplicationContext(ctx, db, L"", id);
         ZEFTLayerManagerUtil::processEntityLayerRules(id, ctx);

@@ -5,6 +5,7 @@
 
 class AcApDocument;
 class AcDbDatabase;
+class AcDbObjectId;
 
 namespace zeftlayer {
 
@@ -56,5 +57,7 @@ int cmdProject(const std::vector<std::string>& args);
 
 // The layer each entity would get (names.cpp).
 int cmdNames(const std::vector<std::string>& args);
+// The entities the layering looks at: model space, then the current paper space.
+std::vector<AcDbObjectId> layeredEntityIds(AcDbDatabase* db);
 
 }  // namespace zeftlayer

@@ -102,18 +102,6 @@ NameRow nameOf(AcDbDatabase* db, const AcDbObjectId& id, bool preview)
     return row;
 }
 
-std::vector<AcDbObjectId> layeredSpaces(AcDbDatabase* db)
-{
-    std::vector<AcDbObjectId> ids;
-    for (const AcDbObjectId& space : {db->modelSpaceId(), db->paperSpaceId()}) {
-        AcDbObjectPointer<AcDbBlockTableRecord> block(space, AcDb::kForRead);
-        if (!block) continue;
-        const auto entities = block->entityIds();
-        ids.insert(ids.end(), entities.begin(), entities.end());
-    }
-    return ids;
-}
-
 std::string padded(const std::wstring& s, std::size_t width)
 {
     std::string out = toUtf8(s);
@@ -165,6 +153,18 @@ void printJson(const std::vector<NameRow>& rows, const std::wstring& standard)
 
 }  // namespace
 
+std::vector<AcDbObjectId> layeredEntityIds(AcDbDatabase* db)
+{
+    std::vector<AcDbObjectId> ids;
+    for (const AcDbObjectId& space : {db->modelSpaceId(), db->paperSpaceId()}) {
+        AcDbObjectPointer<AcDbBlockTableRecord> block(space, AcDb::kForRead);
+        if (!block) continue;
+        const auto entities = block->entityIds();
+        ids.insert(ids.end(), entities.begin(), entities.end());
+    }
+    return ids;
+}
+
 int cmdNames(const std::vector<std::string>& args)
 {
     std::vector<std::string> pos;
@@ -205,7 +205,7 @@ int cmdNames(const std::vector<std::string>& args)
         project = "building \"" + toUtf8(building) + "\", working mode " + std::to_string(mode);
     }
     std::vector<NameRow> rows;
-    for (const AcDbObjectId& id : layeredSpaces(d.db)) rows.push_back(nameOf(d.db, id, !fileName.empty()));
+    for (const AcDbObjectId& id : layeredEntityIds(d.db)) rows.push_back(nameOf(d.db, id, !fileName.empty()));
     const std::wstring name = standardName(d.db);
     if (!fileName.empty()) Util::changeLayerStandard(fromUtf8(fileName), false);
     if (asJson) printJson(rows, name);
