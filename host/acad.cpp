@@ -68,3 +68,10 @@ std::wstring acdbToUpper(std::wstring_view s)
     for (auto& c : u) c = wchar_t(std::towupper(c));
     return u;
 }
+
+std::wstring acdbToLower(std::wstring_view s)
+{
+    std::wstring l(s);
+    for (auto& c : l) c = wchar_t(std::towlower(c));
+    return l;
+}

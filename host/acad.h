@@ -79,8 +79,10 @@ public:
 };
 
 // Names compare without regard to case throughout the host (symbol tables,
-// dictionary keys, commands, applications): one upper-casing for all.
+// dictionary keys, commands, applications): one upper-casing for all, and
+// its companion for names shown or sorted in lower case.
 std::wstring acdbToUpper(std::wstring_view s);
+std::wstring acdbToLower(std::wstring_view s);
 
 struct AcGePoint3d {
     double x = 0, y = 0, z = 0;

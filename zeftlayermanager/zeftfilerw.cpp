@@ -1,7 +1,6 @@
 #include "zeftlayermanager/zeftfilerw.h"
 
 #include <algorithm>
-#include <cwctype>
 #include <filesystem>
 #include <fstream>
 #include <cstdio>
@@ -492,11 +491,6 @@ AcDbObjectId ZEFTFileRW::createException(AcDbDictionary* dictionary)
 
 namespace {
 
-std::wstring lower(std::wstring s)
-{
-    for (auto& c : s) c = wchar_t(std::towlower(c));
-    return s;
-}
 
 // The folder, always ending with '/'; empty when the data folder is unknown.
 std::wstring standardsFolder()
@@ -521,10 +515,10 @@ void ZEFTFileRW::getAllFiles(std::vector<std::wstring>& files)
             if (!it->is_regular_file(fec)) continue;
             std::wstring name = dxf::fromUtf8(it->path().filename().string());
             // "*.std", matched without regard to case as the suite's file search does.
-            if (name.size() > 4 && lower(name.substr(name.size() - 4)) == L".std") found.push_back(name);
+            if (name.size() > 4 && acdbToLower(name.substr(name.size() - 4)) == L".std") found.push_back(name);
         }
         // Alphabetical: the order a person expects, and the same on every run.
-        std::sort(found.begin(), found.end(), [](const std::wstring& a, const std::wstring& b) { return lower(a) < lower(b); });
+        std::sort(found.begin(), found.end(), [](const std::wstring& a, const std::wstring& b) { return acdbToLower(a) < acdbToLower(b); });
         files.insert(files.end(), found.begin(), found.end());
     });
 }

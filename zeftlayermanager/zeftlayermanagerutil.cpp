@@ -1,7 +1,6 @@
 #include "zeftlayermanager/zeftlayermanagerutil.h"
 
 #include <algorithm>
-#include <cwctype>
 #include <set>
 #include <cstdint>
 #include <cstdio>
@@ -576,12 +575,6 @@ const std::set<std::wstring> kDraftCommands = {
     L"zeftdcalc",   L"zeftiso",        L"zeftdrebar",    L"zeftdnew",      L"zeftutcalc",    L"zeftelevcalc",
     L"zeftrebarcalc", L"zeftisocalc", L"zeftdblclkdraft", L"zeftdupdate", L"zeftdactive", L"zeftvtopbottom"};
 
-std::wstring lowerCase(std::wstring text)
-{
-    for (wchar_t& c : text) c = wchar_t(std::towlower(wint_t(c)));
-    return text;
-}
-
 std::wstring classNameOf(const AcDbObject* obj)
 {
     return obj && obj->isA() ? std::wstring(obj->isA()->name()) : std::wstring();
@@ -602,7 +595,7 @@ void ZEFTLayerManagerUtil::getApplicationContext(ApplicationContext& ctx, AcDbDa
         for (const wchar_t* list : ZEFTMouldEntities::kListNames)
             ZEFTMouldEntities::getAllMouldEntities(list, ctx.mouldEntities, db);
         ctx.database = db;
-        const std::wstring command = lowerCase(commandName ? commandName : L"");
+        const std::wstring command = acdbToLower(commandName ? commandName : L"");
         ctx.draftContext = kDraftCommands.count(command) > 0;
         ctx.modelRulesActive = true;
         if (std::unique_ptr<ZEFTProjectObject> project = zeftGetProjectObject(db)) {

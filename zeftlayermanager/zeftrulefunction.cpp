@@ -1,5 +1,7 @@
 #include "zeftlayermanager/zeftrulefunction.h"
 
+#include <algorithm>
+
 #include "host/filer.h"
 #include "suite/wybase.h"
 #include "zeftlayermanager/zeftfiling.h"
@@ -111,9 +113,13 @@ std::wstring ZEFTRuleFunction::getValue(const std::wstring& className) const
     ZEFT_GUARD("ZEFTRuleFunction::getValue", std::wstring(), {
         assertReadEnabled();
         const AcRxClass* cls = acrxFindClass(className);
-        // Classes known from drawings only have their chain too.
-        for (const AcRxClass* proxy : acrxProxyClasses())
-            if (!cls && className == proxy->name()) cls = proxy;
+        if (!cls) {
+            // Classes known from drawings only have their chain too.
+            const auto proxies = acrxProxyClasses();
+            auto it = std::find_if(proxies.begin(), proxies.end(),
+                                   [&](const AcRxClass* p) { return className == p->name(); });
+            if (it != proxies.end()) cls = *it;
+        }
         return valueForClass(cls, className);
     });
 }
