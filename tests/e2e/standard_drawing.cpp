@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/zeftlayer/commands.h"
 #include "host/database.h"
 #include "host/dbdict.h"
 #include "zeftlayermanager/zeftfiling.h"
@@ -122,29 +123,13 @@ void write(const std::string& path)
 
 // --- dump ---
 
-std::string json(const std::wstring& s)
-{
-    std::string out = "\"";
-    for (unsigned char c : dxf::toUtf8(s)) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += char(c);
-        } else if (c < 0x20) {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\u%04x", c);
-            out += buf;
-        } else {
-            out += char(c);
-        }
-    }
-    return out + "\"";
-}
+using zeftlayer::jsonString;
 
 std::string jsonPairs(const std::vector<std::pair<std::wstring, std::wstring>>& pairs)
 {
     std::string out = "[";
     for (std::size_t i = 0; i < pairs.size(); ++i)
-        out += (i ? ", [" : "[") + json(pairs[i].first) + ", " + json(pairs[i].second) + "]";
+        out += (i ? ", [" : "[") + jsonString(pairs[i].first) + ", " + jsonString(pairs[i].second) + "]";
     return out + "]";
 }
 
@@ -156,8 +141,8 @@ std::string jsonRule(AcDbObjectId id)
     rule->getFields(fields);
     std::string out = "[";
     for (std::size_t i = 0; i < fields.size(); ++i)
-        out += std::string(i ? ", " : "") + "{\"name\": " + json(fields[i].name) + ", \"value\": " +
-               json(fields[i].value) + ", \"isFunction\": " + (fields[i].isFunction ? "true" : "false") + "}";
+        out += std::string(i ? ", " : "") + "{\"name\": " + jsonString(fields[i].name) + ", \"value\": " +
+               jsonString(fields[i].value) + ", \"isFunction\": " + (fields[i].isFunction ? "true" : "false") + "}";
     return out + "]";
 }
 
@@ -180,9 +165,9 @@ int dump(const std::string& path)
 
     AcDbObjectPointer<ZEFTLayerStandard> standard(standardId, AcDb::kForRead);
     if (standard.openStatus() != Acad::eOk) throw Failure{"the layer standard cannot be read"};
-    std::string out = "{\n  \"standard\": {\"name\": " + json(standard->getName()) +
-                      ", \"fileName\": " + json(standard->getFileName()) +
-                      ", \"separator\": " + json(standard->getSeparator()) + "},\n";
+    std::string out = "{\n  \"standard\": {\"name\": " + jsonString(standard->getName()) +
+                      ", \"fileName\": " + jsonString(standard->getFileName()) +
+                      ", \"separator\": " + jsonString(standard->getSeparator()) + "},\n";
     out += "  \"rules\": {\n    \"model\": " + jsonRule(standard->getModelRule()) + ",\n    \"draft\": " +
            jsonRule(standard->getDraftRule()) + ",\n    \"doc\": " + jsonRule(standard->getDocRule()) + "\n  },\n";
     standard.close();
@@ -196,14 +181,14 @@ int dump(const std::string& path)
         if (auto* f = ZEFTRuleFunction::cast(obj)) {
             std::vector<std::pair<std::wstring, std::wstring>> pairs(std::size_t(f->getPairsNumber()));
             for (std::size_t i = 0; i < pairs.size(); ++i) f->getPair(unsigned(i), pairs[i].first, pairs[i].second);
-            functions.push_back("{\"name\": " + json(f->getName()) + ", \"default\": " + json(f->getDefaultValue()) +
+            functions.push_back("{\"name\": " + jsonString(f->getName()) + ", \"default\": " + jsonString(f->getDefaultValue()) +
                                 ", \"pairs\": " + jsonPairs(pairs) + "}");
         } else if (auto* en = ZEFTRuleEnum::cast(obj)) {
             std::vector<std::wstring> values;
             en->getValues(values);
             std::string v = "[";
-            for (std::size_t i = 0; i < values.size(); ++i) v += (i ? ", " : "") + json(values[i]);
-            enums.push_back("{\"name\": " + json(en->getName()) + ", \"values\": " + v + "]}");
+            for (std::size_t i = 0; i < values.size(); ++i) v += (i ? ", " : "") + jsonString(values[i]);
+            enums.push_back("{\"name\": " + jsonString(en->getName()) + ", \"values\": " + v + "]}");
         } else if (auto* ex = ZEFTRuleException::cast(obj)) {
             std::vector<std::pair<std::wstring, std::wstring>> pairs(std::size_t(ex->getPairsNumber()));
             for (std::size_t i = 0; i < pairs.size(); ++i) ex->getPair(unsigned(i), pairs[i].first, pairs[i].second);
