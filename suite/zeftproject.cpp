@@ -22,9 +22,9 @@ public:
     bool getWorkingMode(std::int32_t& mode) override
     {
         ZEFT_GUARD("ZEFTProjectObject::getWorkingMode", false, {
-            ProjectData d;
-            if (!project(d)) return false;
-            mode = d.workingMode;
+            const ProjectData* d = project();
+            if (!d) return false;
+            mode = d->workingMode;
             return true;
         });
     }
@@ -32,9 +32,9 @@ public:
     bool getProjectName(std::wstring& name) override
     {
         ZEFT_GUARD("ZEFTProjectObject::getProjectName", false, {
-            ProjectData d;
-            if (!project(d)) return false;
-            name = d.projectName;
+            const ProjectData* d = project();
+            if (!d) return false;
+            name = d->projectName;
             return true;
         });
     }
@@ -42,9 +42,9 @@ public:
     bool getBuildingName(std::wstring& name) override
     {
         ZEFT_GUARD("ZEFTProjectObject::getBuildingName", false, {
-            ProjectData d;
-            if (!project(d)) return false;
-            name = d.buildingName;
+            const ProjectData* d = project();
+            if (!d) return false;
+            name = d->buildingName;
             return true;
         });
     }
@@ -56,9 +56,9 @@ public:
             ViewData v;
             bool known = false;
             if (id.isNull()) {
-                ProjectData d;
-                if (!project(d)) return false;
-                target = d.activeView;
+                const ProjectData* d = project();
+                if (!d) return false;
+                target = d->activeView;
             } else {
                 known = readView(id, dict_, v);
                 if (!known && !holderOf(id, target)) return false;
@@ -76,9 +76,9 @@ public:
             if (target.isNull() && !objectId.isNull()) {
                 if (!holderOf(objectId, target)) return false;
             } else if (target.isNull()) {
-                ProjectData d;
-                if (!project(d)) return false;
-                target = d.activeView;
+                const ProjectData* d = project();
+                if (!d) return false;
+                target = d->activeView;
             }
             ViewData v;
             name = readView(target, dict_, v) && v.kind == kView ? v.name : std::wstring();
@@ -93,9 +93,9 @@ public:
             if (objectId.isNull()) return false;
             AcDbObjectId view = viewId;
             if (view.isNull()) {
-                ProjectData d;
-                if (!project(d)) return false;
-                view = d.selectedView;
+                const ProjectData* d = project();
+                if (!d) return false;
+                view = d->selectedView;
             }
             ResBufList items = {ResBuf::objectId(kPointerCode, objectId)};
             if (!view.isNull()) items.push_back(ResBuf::objectId(kBoundViewCode, view));
@@ -108,10 +108,10 @@ public:
     bool getActiveView(AcDbObjectId& viewId) override
     {
         ZEFT_GUARD("ZEFTProjectObject::getActiveView", false, {
-            ProjectData d;
-            if (!project(d)) return false;
+            const ProjectData* d = project();
+            if (!d) return false;
             ViewData v;
-            viewId = readView(d.activeView, dict_, v) ? d.activeView : AcDbObjectId();
+            viewId = readView(d->activeView, dict_, v) ? d->activeView : AcDbObjectId();
             return true;
         });
     }
@@ -145,9 +145,9 @@ public:
     bool getModelRulesActive(bool& active) override
     {
         ZEFT_GUARD("ZEFTProjectObject::getModelRulesActive", false, {
-            ProjectData d;
-            if (!project(d)) return false;
-            active = d.modelRulesActive;
+            const ProjectData* d = project();
+            if (!d) return false;
+            active = d->modelRulesActive;
             return true;
         });
     }
@@ -179,16 +179,16 @@ public:
     }
 
 private:
-    bool project(ProjectData& d) const
+    // The project record as read once; null when it cannot be read.
+    const ProjectData* project() const
     {
         if (!cached_) {
             ResBufList chain;
             ProjectData fresh;
-            if (!readChain(record_, chain) || !parseProject(chain, fresh)) return false;
+            if (!readChain(record_, chain) || !parseProject(chain, fresh)) return nullptr;
             cached_ = std::move(fresh);
         }
-        d = *cached_;
-        return true;
+        return &*cached_;
     }
 
     // The level or view holding `objectId` (null when none); false when
