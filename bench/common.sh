@@ -1,6 +1,7 @@
 # What the benchmark scripts share: the sizes given on the command line, the
 # shared generator and peer, the cache of generated drawings, ratios.
-# Sourced by bench/run.sh and bench/resolve.sh from the repository's root.
+# Sourced by bench/run.sh, bench/resolve.sh and bench/apply.sh from the
+# repository's root.
 
 sizes=("$@")
 [[ ${#sizes[@]} -gt 0 ]] || sizes=(10000 100000 1000000)
@@ -50,4 +51,59 @@ drawing() {
   fi
   cat "$in" >/dev/null
   echo "$in"
+}
+
+# run_timed LABEL REPEATS SLOW CMD... : prints "BEST_SECONDS PEAK_KB", or
+# "fail fail" if any run fails. SLOW > 0 stops repeating after a run slower
+# than SLOW seconds.
+run_timed() {
+  local label=$1 reps=$2 slow=$3
+  shift 3
+  local best="" peak=0 i start end secs kb tfile
+  tfile=$(mktemp)
+  for ((i = 1; i <= reps; i++)); do
+    start=$(date +%s%N)
+    if ! /usr/bin/time -f '%e %M' -o "$tfile" "$@" >"$work/out/$label.log" 2>&1; then
+      echo "bench: $label failed (run $i): $*" >&2
+      tail -n 20 "$work/out/$label.log" >&2
+      rm -f "$tfile"
+      echo "fail fail"
+      return
+    fi
+    end=$(date +%s%N)
+    secs=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.3f", (b - a) / 1e9 }')
+    kb=$(awk 'END { print $2 }' "$tfile")
+    if [[ -z $best ]] || awk -v s="$secs" -v b="$best" 'BEGIN { exit !(s < b) }'; then
+      best=$secs
+    fi
+    ((kb > peak)) && peak=$kb
+    echo "bench:   $label run $i: ${secs} s, peak RSS $((kb / 1024)) MB" >&2
+    if ((slow > 0)) && awk -v s="$secs" -v l="$slow" 'BEGIN { exit !(s > l) }'; then
+      break
+    fi
+  done
+  rm -f "$tfile"
+  echo "$best $peak"
+}
+
+# build_release PROBE_ARGS... : builds build/release and runs zeftlayer once
+# with PROBE_ARGS; sets ours_ok (1 or 0) and ours_note (why it is missing).
+build_release() {
+  echo "bench: building the release build" >&2
+  local build_log=$work/release-build.log probe_log=$work/out/probe.log
+  if ! { cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DZEFT_TESTS=OFF &&
+         cmake --build build/release -j 2; } >"$build_log" 2>&1; then
+    tail -n 40 "$build_log" >&2
+    echo "bench: the release build failed (log: $build_log); 'ours' will be reported as missing" >&2
+  fi
+  ours_ok=1
+  ours_note=""
+  if [[ ! -x $zeftlayer ]]; then
+    ours_ok=0
+    ours_note="$zeftlayer was not built"
+  elif ! "$zeftlayer" "$@" >"$probe_log" 2>&1; then
+    ours_ok=0
+    ours_note="'$zeftlayer $*' failed: $(head -c 300 "$probe_log")"
+  fi
+  [[ $ours_ok -eq 1 ]] || echo "bench: ours is missing: $ours_note" >&2
 }

@@ -6,10 +6,14 @@ usage: /usr/bin/python3 examples/make_sample.py [OUT.dxf]
 A ground-floor plan of a small house (millimetres, DXF R2013 / AC1027):
 walls, windows, columns, doors from a DOOR block (one with attributes), room
 names and notes with accented French words, dimensions, an A3 paper-space
-layout with a viewport at 1:50, and XDATA of the application "SURVEY" on
-survey points. Needs Debian's python3-ezdxf. The output is reproducible:
-metadata (dates, GUIDs) is written with fixed values.
+layout with a viewport at 1:50, XDATA of the application "SURVEY" on survey
+points, a locked layer (WALLS), and three entities of the suite's structural
+modules (a rectangular grid, a mesh cut and its symbol) that only the CLASSES
+section describes, as a drawing saved without those modules holds them.
+Needs Debian's python3-ezdxf. The output is reproducible: metadata (dates,
+GUIDs) is written with fixed values.
 """
+import io
 import os
 import sys
 
@@ -64,6 +68,7 @@ def build(doc) -> None:
         layer = doc.layers.add(name, color=colour, linetype=linetype)
         layer.dxf.lineweight = lineweight
     doc.layers.get("VIEWPORTS").dxf.plot = 0
+    doc.layers.get("WALLS").lock()
     cotes = doc.dimstyles.duplicate_entry("EZDXF", DIMSTYLE)
     cotes.dxf.dimscale = 50
     cotes.dxf.dimdec = 0
@@ -162,6 +167,35 @@ def build(doc) -> None:
     sheet.add_text("Échelle 1:50 — format A3", height=2.5, dxfattribs={"insert": (283, 5)})
 
 
+# Suite entities: DXF name, class name, subclass markers, layer, point.
+SUITE_ENTITIES = [
+    ("ZEFTGRIDRECTE", "ZEFTGridRectangularE", ["ZEFTGridBase", "ZEFTGridRectangularE"], "AXES", (150, -1500)),
+    ("ZEFTMESHCUT", "ZEFTMeshCut", ["ZEFTMeshCut"], "COLUMNS", (5050, 150)),
+    ("ZEFTMESHCUTSYMBOL", "ZEFTMeshCutSymbol", ["ZEFTMeshCutSymbol"], "COLUMNS", (5400, 500)),
+]
+
+
+def tags(pairs) -> str:
+    return "".join(f"{code:>3}\n{value}\n" for code, value in pairs)
+
+
+def add_suite_entities(doc, text: str) -> str:
+    """Adds the suite entities to the written drawing: ezdxf cannot make
+    objects of classes it does not know. Their handles are taken from the
+    drawing's handle seed before it is written."""
+    owner = doc.modelspace().block_record_handle
+    classes = entities = ""
+    for (dxfname, cls, markers, layer, (x, y)), handle in zip(SUITE_ENTITIES, doc.suite_handles):
+        classes += tags([(0, "CLASS"), (1, dxfname), (2, cls), (3, "Beltrix"), (90, 1151), (91, 1),
+                         (280, 0), (281, 1)])
+        entities += tags([(0, dxfname), (5, handle), (330, owner), (100, "AcDbEntity"), (8, layer)] +
+                         [(100, m) for m in markers] + [(10, f"{x:.1f}"), (20, f"{y:.1f}"), (30, "0.0")])
+    head = "  0\nSECTION\n  2\nCLASSES\n"
+    text = text.replace(head, head + classes, 1)
+    end = text.index("  0\nENDSEC\n", text.index("  2\nENTITIES\n"))
+    return text[:end] + entities + text[end:]
+
+
 def main() -> None:
     out = sys.argv[1] if len(sys.argv) > 1 else os.path.join(HERE, "sample.dxf")
     ezdxf.options.write_fixed_meta_data_for_testing = True
@@ -171,8 +205,12 @@ def main() -> None:
     if auditor.has_errors:
         auditor.print_error_report()
         sys.exit(1)
-    doc.saveas(out)
-    print(f"wrote {out}: {len(doc.modelspace())} model-space entities, "
+    doc.suite_handles = [doc.entitydb.next_handle() for _ in SUITE_ENTITIES]
+    stream = io.StringIO()
+    doc.write(stream)
+    with open(out, "w", encoding="utf-8", newline="") as f:
+        f.write(add_suite_entities(doc, stream.getvalue()))
+    print(f"wrote {out}: {len(doc.modelspace()) + len(SUITE_ENTITIES)} model-space entities, "
           f"{len(doc.layouts.get('Plan RDC'))} paper-space entities")
 
 

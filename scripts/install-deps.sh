@@ -37,13 +37,17 @@ else
   exit 1
 fi
 
-echo "install-deps: installing ${missing[*]}" >&2
+# One line on the terminal; apt's own output goes to a log, shown on failure.
+log=$(mktemp -t install-deps.XXXXXX.log)
+echo "install-deps: installing ${missing[*]} (log: $log)" >&2
 apt_install() {
   "${SUDO[@]}" env DEBIAN_FRONTEND=noninteractive \
     apt-get install -y -q --no-install-recommends "${missing[@]}" </dev/null
 }
-if ! apt_install; then
-  echo "install-deps: install failed; updating the package lists and retrying" >&2
-  "${SUDO[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q </dev/null
-  apt_install
+if ! { apt_install || { "${SUDO[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q </dev/null && apt_install; }; } \
+    >>"$log" 2>&1; then
+  tail -n 20 "$log" >&2
+  echo "install-deps: installing failed (log: $log)" >&2
+  exit 1
 fi
+rm -f "$log"

@@ -27,6 +27,17 @@ struct Command {
 
 }  // namespace
 
+namespace {
+std::string& programFileRef()
+{
+    static std::string path;
+    return path;
+}
+}  // namespace
+
+void setProgramFile(const std::string& path) { programFileRef() = path; }
+const std::string& programFile() { return programFileRef(); }
+
 int failure(const std::string& msg)
 {
     std::fprintf(stderr, "zeftlayer: %s\n", msg.c_str());
@@ -150,6 +161,48 @@ int cmdModules(const std::vector<std::string>& args)
 const std::map<std::string, Command>& commands()
 {
     static const std::map<std::string, Command> c = {
+        {"apply",
+         {"re-layer every entity of drawings onto the layer its standard gives",
+          "zeftlayer [--data-dir DIR] apply DRAWING... [-o OUT | --in-place | --out-dir DIR]\n"
+          "       [--dry-run] [--standard FILE] [--report FILE.json|FILE.csv] [--jobs N]",
+          "Puts every entity of model space and of the current paper space on the\n"
+          "layer the drawing's layer standard gives it (with the project's building,\n"
+          "level or view), as the layer manager does at the end of every command:\n"
+          "missing layers are created, locked layers are unlocked for the move and\n"
+          "locked again. Entities the standard leaves alone stay where they are; one\n"
+          "whose layer cannot be made stays on layer \"0\". Prints what moved, the\n"
+          "layers created and what was left where it is, and why.\n\n"
+          "Drawings are written through a temporary file: on any error, or when the\n"
+          "program is stopped, the target is untouched. A read-only drawing is not\n"
+          "rewritten in place; a drawing in which nothing moves is not rewritten.\n"
+          "Several drawings are done by separate processes, one per drawing; one that\n"
+          "fails does not stop the others, and a table per drawing ends the run.\n\n"
+          "  -o, --output OUT   write the result to OUT (one drawing)\n"
+          "  --in-place         rewrite each drawing\n"
+          "  --out-dir DIR      write each drawing to DIR under its own name\n"
+          "  --dry-run          write nothing; print, per target layer, how many\n"
+          "                     entities would move there from which layers\n"
+          "  --standard FILE    apply this standard (a file or standard of the standards\n"
+          "                     folder, or a path) instead of the drawing's; it is\n"
+          "                     installed into the output first\n"
+          "  --report FILE      write every entity moved or left (handle, class, old\n"
+          "                     layer, new layer or reason), per drawing, as JSON or CSV\n"
+          "                     by the file's extension\n"
+          "  --jobs N           do N drawings at once (default 1)\n\n"
+          "Exit code 1 when any drawing fails.\n",
+          &cmdApply}},
+        {"check",
+         {"list the entities that are not on the layer their standard gives",
+          "zeftlayer [--data-dir DIR] check DRAWING... [--json] [--standard FILE]",
+          "Re-layers each drawing in memory exactly as 'zeftlayer apply' does and lists\n"
+          "the entities whose layer that changes: handle, class, current layer and\n"
+          "the layer expected. Nothing is written. Exit code 0 when every entity is on\n"
+          "its layer, 1 when any is not (or a drawing cannot be checked): usable in\n"
+          "scripts and build pipelines.\n\n"
+          "  --json           print the same as JSON\n"
+          "  --standard FILE  check against this standard (a file or standard of the\n"
+          "                   standards folder, or a path) instead of the drawing's\n",
+          &cmdCheck}},
         {"convert",
          {"read a drawing (ASCII or binary DXF) and write it as ASCII DXF",
           "zeftlayer convert [-q] IN OUT",
@@ -242,12 +295,12 @@ const std::map<std::string, Command>& commands()
           "name computed from the rule (with the project's building, level or view),\n"
           "a layer the exception list imposes, or why the entity is not layered\n"
           "(excluded class, \"Auto...\" exception, overall paper-space viewport, model\n"
-          "rules inactive, no rule for the working mode). A name that comes out empty\n"
-          "means layer \"0\". The drawing is not written.\n\n"
+          "rules inactive). An entity for which no rule or no name comes out (no\n"
+          "project, a working mode without a rule) goes to layer \"0\", with the\n"
+          "reason. The drawing is not written.\n\n"
           "  --json           print the same as JSON\n"
-          "  --standard FILE  preview the names that a standard of the standards folder\n"
-          "                   (file name or standard name) would give, from its rule\n"
-          "                   for each entity's class\n",
+          "  --standard FILE  the names that standard (a file or standard of the standards\n"
+          "                   folder, or a path) gives once installed into the drawing\n",
           &cmdNames}},
     };
     return c;

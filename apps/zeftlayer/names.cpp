@@ -21,14 +21,6 @@ using dxf::fromUtf8;
 using dxf::toUtf8;
 using Util = ZEFTLayerManagerUtil;
 
-struct NameRow {
-    std::string handle, space;
-    std::wstring className, layer;
-    bool layered = false;
-    std::wstring target;  // when layered
-    std::string note;     // how the target came, or why there is none
-};
-
 std::wstring standardName(AcDbDatabase* db)
 {
     AcDbObjectPointer<ZEFTLayerStandard> standard(Util::getStandardFromDictionary(db), AcDb::kForRead);
@@ -47,9 +39,30 @@ std::string whyNotLayered(const AcDbEntity* entity, const ApplicationContext& ct
     return "exception: Auto...";
 }
 
-NameRow nameOf(AcDbDatabase* db, const AcDbObjectId& id, bool preview)
+// Why the layering leaves the open entity where it is, or empty when it
+// places it; `imposed` receives a layer the exception list imposes.
+std::string whyLeft(AcDbEntity* entity, const ApplicationContext& ctx, std::wstring& imposed)
 {
-    NameRow row;
+    if (!Util::layerRulesAplicable(entity, ctx, imposed)) return whyNotLayered(entity, ctx);
+    if (!ctx.modelRulesActive) return "model rules inactive";
+    return {};
+}
+
+}  // namespace
+
+std::string whyLeftAlone(AcDbDatabase* db, const AcDbObjectId& id)
+{
+    ApplicationContext ctx;
+    Util::getApplicationContext(ctx, db, L"", id);
+    AcDbObjectPointer<AcDbEntity> entity(id, AcDb::kForRead);
+    if (!entity) return "cannot be opened";
+    std::wstring imposed;
+    return whyLeft(entity.object(), ctx, imposed);
+}
+
+EntityLayer entityLayer(AcDbDatabase* db, const AcDbObjectId& id)
+{
+    EntityLayer row;
     row.handle = id.handle().str();
     ApplicationContext ctx;
     Util::getApplicationContext(ctx, db, L"", id);
@@ -61,66 +74,53 @@ NameRow nameOf(AcDbDatabase* db, const AcDbObjectId& id, bool preview)
     row.className = entity->isA()->name();
     row.layer = entity->layer();
     row.space = entity->ownerId() == db->modelSpaceId() ? "model" : "paper";
-    if (preview) {
-        // Another standard's rule for the entity's class, as the pages preview it.
-        row.layered = Util::getEntityLayerName(entity.object(), row.target, ctx);
-        if (row.target.empty()) row.target = L"0";
-        row.note = "preview";
-        return row;
-    }
     std::wstring imposed;
-    if (!Util::layerRulesAplicable(entity.object(), ctx, imposed)) {
-        row.note = whyNotLayered(entity.object(), ctx);
-        return row;
-    }
-    if (!ctx.modelRulesActive) {
-        row.note = "model rules inactive";
-        return row;
-    }
+    row.note = whyLeft(entity.object(), ctx, imposed);
+    if (!row.note.empty()) return row;
     entity.close();
+    // From here on the layering places the entity: on layer "0" first, where
+    // it stays when no rule or no name comes out.
+    row.layered = true;
+    row.target = L"0";
     std::wstring name;
     if (!imposed.empty()) {
         name = imposed;
         row.note = "exception";
     } else {
         std::vector<RuleField> fields;
-        if (!Util::getEntityLayerRules(id, ctx, fields)) {
-            row.note = "no rule for working mode " + std::to_string(ctx.workingMode);
+        // A suite entity is given an empty rule when there is none to copy.
+        if (!Util::getEntityLayerRules(id, ctx, fields) || fields.empty()) {
+            row.note = ctx.workingMode == -1 && !zeftGetProjectObject(db)
+                           ? "no project, so no rule"
+                           : "no rule for working mode " + std::to_string(ctx.workingMode);
             return row;
         }
         ZEFTRuleEvaluator evaluator(id, fields);
         evaluator.evaluate(ctx);
         name = evaluator.getEvaluatedLayerName();
     }
-    row.layered = true;
     row.target = ZEFTRuleEvaluator::removeInvalidCharacters(name);
     if (row.target.empty()) {
-        // What the layering does with a name that comes out empty.
         row.target = L"0";
         row.note = "empty name";
     }
     return row;
 }
 
-std::string padded(const std::wstring& s, std::size_t width)
-{
-    std::string out = toUtf8(s);
-    if (s.size() < width) out.append(width - s.size(), ' ');
-    return out;
-}
+namespace {
 
-void printText(const std::vector<NameRow>& rows, const std::wstring& standard, const std::string& project)
+void printText(const std::vector<EntityLayer>& rows, const std::wstring& standard, const std::string& project)
 {
     std::printf("Standard: %s\nProject:  %s\n\n", toUtf8(standard).c_str(), project.c_str());
     std::size_t classWidth = 5, layerWidth = 5;
-    for (const NameRow& r : rows) {
+    for (const EntityLayer& r : rows) {
         classWidth = std::max(classWidth, r.className.size());
         layerWidth = std::max(layerWidth, r.layer.size());
     }
     std::printf("%-8s %-5s %s %s  NEW LAYER\n", "HANDLE", "SPACE", padded(L"CLASS", classWidth).c_str(),
                 padded(L"LAYER", layerWidth).c_str());
     int moving = 0, staying = 0, left = 0;
-    for (const NameRow& r : rows) {
+    for (const EntityLayer& r : rows) {
         std::string target;
         if (!r.layered) {
             target = "(none: " + r.note + ")";
@@ -137,11 +137,11 @@ void printText(const std::vector<NameRow>& rows, const std::wstring& standard, c
                 staying, left);
 }
 
-void printJson(const std::vector<NameRow>& rows, const std::wstring& standard)
+void printJson(const std::vector<EntityLayer>& rows, const std::wstring& standard)
 {
     std::printf("{\n  \"standard\": %s,\n  \"entities\": [", jsonString(standard).c_str());
     for (std::size_t i = 0; i < rows.size(); ++i) {
-        const NameRow& r = rows[i];
+        const EntityLayer& r = rows[i];
         std::printf("%s\n    {\"handle\": \"%s\", \"space\": \"%s\", \"class\": %s, \"layer\": %s, \"target\": %s, "
                     "\"note\": %s}",
                     i ? "," : "", r.handle.c_str(), r.space.c_str(), jsonString(r.className).c_str(),
@@ -152,6 +152,13 @@ void printJson(const std::vector<NameRow>& rows, const std::wstring& standard)
 }
 
 }  // namespace
+
+std::string padded(const std::wstring& s, std::size_t width)
+{
+    std::string out = toUtf8(s);
+    if (s.size() < width) out.append(width - s.size(), ' ');
+    return out;
+}
 
 std::vector<AcDbObjectId> layeredEntityIds(AcDbDatabase* db)
 {
@@ -181,20 +188,17 @@ int cmdNames(const std::vector<std::string>& args)
     }
     if (pos.size() != 1) return usageError("names: expected one DRAWING", "names");
     if (!startModule()) return kFailure;
-    std::string fileName;
-    if (!standard.empty()) {
-        std::string why;
-        if (!findInFolder(standard, fileName, why)) return failure("names: " + why);
-    }
+    std::string path, recorded;
+    if (!standard.empty())
+        if (std::string why = locateStandard(standard, path, recorded); !why.empty()) return failure("names: " + why);
     OpenDrawing d;
     if (!openDrawing(pos[0], d)) return kFailure;
-    if (fileName.empty() && !Util::getStandardFromDictionary(d.db).isValid())
+    // Installed into the drawing in memory, as apply would: its functions
+    // replace the drawing's own, and nothing is written.
+    if (!path.empty()) {
+        if (std::string why = installStandard(d.db, pos[0], path, recorded); !why.empty()) return failure(why);
+    } else if (!Util::getStandardFromDictionary(d.db).isValid()) {
         return failure(pos[0] + ": the drawing holds no layer standard (install one with 'zeftlayer install')");
-    if (!fileName.empty()) {
-        if (d.db->isR12OrOlder()) return failure(pos[0] + ": an R12 drawing cannot hold a layer standard");
-        Util::changeLayerStandard(fromUtf8(fileName), true);
-        if (!Util::m_gbUseRuleFromDictionaryIngetEntityLayerName)
-            return failure(pos[0] + ": could not put the standard " + fileName + " in place");
     }
     std::string project = "none (no predefined function answers; working mode -1 selects no rule)";
     if (auto p = zeftGetProjectObject(d.db)) {
@@ -204,10 +208,9 @@ int cmdNames(const std::vector<std::string>& args)
         p->getWorkingMode(mode);
         project = "building \"" + toUtf8(building) + "\", working mode " + std::to_string(mode);
     }
-    std::vector<NameRow> rows;
-    for (const AcDbObjectId& id : layeredEntityIds(d.db)) rows.push_back(nameOf(d.db, id, !fileName.empty()));
+    std::vector<EntityLayer> rows;
+    for (const AcDbObjectId& id : layeredEntityIds(d.db)) rows.push_back(entityLayer(d.db, id));
     const std::wstring name = standardName(d.db);
-    if (!fileName.empty()) Util::changeLayerStandard(fromUtf8(fileName), false);
     if (asJson) printJson(rows, name);
     else printText(rows, name, project);
     return kSuccess;

@@ -106,14 +106,6 @@ std::string quoted(const std::wstring& s)
     return out + "\"";
 }
 
-// Padded to a width in characters, not bytes, so that accents keep columns straight.
-std::string padded(const std::wstring& s, std::size_t width)
-{
-    std::string out = toUtf8(s);
-    if (s.size() < width) out.append(width - s.size(), ' ');
-    return out;
-}
-
 // What a drawing's standard holds, read once.
 struct StandardView {
     std::wstring name, fileName, separator;
@@ -240,6 +232,33 @@ void printJson(const StandardView& v)
 
 }  // namespace
 
+std::string locateStandard(const std::string& standard, std::string& path, std::string& recorded)
+{
+    if (standard.find('/') != std::string::npos) {
+        path = standard;
+        recorded = standard;
+    } else {
+        if (standardsFolder().empty()) return "no data folder: set BELTRIX_DATA or give --data-dir";
+        std::string why;
+        if (!findInFolder(standard, recorded, why)) return why;
+        path = standardsFolder() + recorded;
+    }
+    return checkStandardFile(path);
+}
+
+std::string installStandard(AcDbDatabase* db, const std::string& drawing, const std::string& path,
+                            const std::string& recorded)
+{
+    if (db->isR12OrOlder())
+        return drawing + ": an R12 drawing (" + db->version() + ") cannot hold a layer standard; save it as R2000 or later";
+    if (db->namedObjectsDictionaryId().isNull())
+        return drawing + ": the drawing has no named-object dictionary to hold a layer standard";
+    ZEFTLayerManagerUtil::removeLayerStandard(db);
+    if (!ZEFTLayerManagerUtil::installStandardFromPath(db, fromUtf8(path), fromUtf8(recorded)))
+        return drawing + ": could not install the standard from " + path;
+    return {};
+}
+
 int cmdStandards(const std::vector<std::string>& args)
 {
     if (!args.empty()) return usageError("standards: unexpected argument '" + args[0] + "'", "standards");
@@ -296,29 +315,11 @@ int cmdInstall(const std::vector<std::string>& args)
     if (out.empty()) out = drawing;
     if (!startModule()) return kFailure;
 
-    // The standard: a path, or a file or standard of the folder.
     std::string path, recorded;
-    if (standard.find('/') != std::string::npos) {
-        path = standard;
-        recorded = standard;
-    } else {
-        if (standardsFolder().empty()) return failure("no data folder: set BELTRIX_DATA or give --data-dir");
-        std::string why;
-        if (!findInFolder(standard, recorded, why)) return failure(why);
-        path = standardsFolder() + recorded;
-    }
-    if (std::string why = checkStandardFile(path); !why.empty()) return failure(why);
-
+    if (std::string why = locateStandard(standard, path, recorded); !why.empty()) return failure(why);
     OpenDrawing d;
     if (!openDrawing(drawing, d)) return kFailure;
-    if (d.db->isR12OrOlder())
-        return failure(drawing + ": an R12 drawing (" + d.db->version() +
-                       ") cannot hold a layer standard; save it as R2000 or later");
-    if (d.db->namedObjectsDictionaryId().isNull())
-        return failure(drawing + ": the drawing has no named-object dictionary to hold a layer standard");
-    ZEFTLayerManagerUtil::removeLayerStandard(d.db);
-    if (!ZEFTLayerManagerUtil::installStandardFromPath(d.db, fromUtf8(path), fromUtf8(recorded)))
-        return failure(drawing + ": could not install the standard from " + path);
+    if (std::string why = installStandard(d.db, drawing, path, recorded); !why.empty()) return failure(why);
     StandardView v;
     if (!readStandard(d.db, v)) return failure(drawing + ": the installed standard cannot be read back");
     if (!writeDrawing(d.db, out)) return kFailure;

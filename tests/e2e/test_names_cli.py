@@ -74,14 +74,36 @@ class Names(unittest.TestCase):
         self.assertIn("Standard: Beltrix", text)
         self.assertIn('building "Bâtiment A", working mode 0', text)
 
-    def test_preview_of_another_standard(self):
+    def test_another_standard_installed_in_memory(self):
+        """--standard gives what that standard gives once installed, even
+        where its user functions share names with the drawing's own."""
         folder = os.path.join(self.env["BELTRIX_DATA"], "Support", "Layer Standards")
-        with open(os.path.join(folder, "plans.std"), "w", encoding="cp1252", newline="\r\n") as f:
-            f.write("[Layer_Standard]\nName=Plans\n[Model_Rules]\nName_1=Plan\nField_1=P\n"
-                    "Name_2=Level\nField_2==LEVEL()\n[Separator]\nValue=-\nWhiteSpaceAfter=0\n")
-        rows = self.names("--standard", "Plans")
-        self.assertEqual({r["target"] for r in rows.values()}, {"P-Niveau 0", "P-Niveau 1"})
-        self.assertEqual(self.names(), self.names(), "the drawing's own standard is back")
+
+        def standard(file_name, name, kind):
+            with open(os.path.join(folder, file_name), "w", encoding="cp1252", newline="\r\n") as f:
+                f.write(f"[Layer_Standard]\nName={name}\n[Model_Rules]\nName_1=Plan\nField_1=P\n"
+                        "Name_2=Kind\nField_2==KIND()\nName_3=Level\nField_3==LEVEL()\n"
+                        f"[Separator]\nValue=-\nWhiteSpaceAfter=0\n[Function_1]\nName=KIND\nDefault={kind}\n")
+        standard("mine.std", "Mine", "Drawing")
+        standard("plans.std", "Plans", "Plan")
+        mine = os.path.join(self.tmp, "mine.dxf")
+        self.assertEqual(self.zeft(["install", self.drawing, "Mine", "-o", mine]).returncode, 0)
+        before = digest(mine)
+        proc = self.zeft(["names", mine, "--json", "--standard", "Plans"])
+        self.assertEqual(proc.returncode, 0, proc.stderr)
+        self.assertEqual(digest(mine), before, "names must not write the drawing")
+        rows = json.loads(proc.stdout)["entities"]
+        self.assertEqual({r["target"] for r in rows if r["target"]}, {"P-Plan-Niveau 0", "P-Plan-Niveau 1"})
+        proc = self.zeft(["names", mine, "--json"])
+        self.assertIn("P-Drawing-Niveau 0", {r["target"] for r in json.loads(proc.stdout)["entities"]})
+
+    def test_no_project_goes_to_layer_zero(self):
+        plain = os.path.join(self.tmp, "plain.dxf")
+        self.assertEqual(self.zeft(["install", common.SAMPLE, "Beltrix", "-o", plain]).returncode, 0)
+        proc = self.zeft(["names", plain, "--json"])
+        rows = [r for r in json.loads(proc.stdout)["entities"] if r["note"] != "overall paper-space viewport"]
+        self.assertEqual({(r["target"], r["note"]) for r in rows if r["note"] != "exception"},
+                         {("0", "no project, so no rule")})
 
     def test_bad_input(self):
         cases = [(["names", common.SAMPLE], 1, "holds no layer standard"),
