@@ -1099,8 +1099,14 @@ struct DxfWriter {
     }
     void record(const TagRecord& r)
     {
-        if (r.isRaw()) out.append(r.raw());
-        else tags(r.tags());
+        if (r.isRaw()) {
+            out.append(r.raw());
+            return;
+        }
+        r.scan([this](int code, std::string_view v) {
+            tag(code, v);
+            return true;
+        });
     }
 
     void object(AcDbObjectId id)

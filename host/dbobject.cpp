@@ -81,8 +81,22 @@ DxfTags& TagRecord::mutableTags()
     if (!owned_) {
         owned_ = std::make_unique<DxfTags>(tags());
         raw_ = {};
+        patch_.reset();
     }
     return *owned_;
+}
+
+bool TagRecord::replaceValue(std::string_view current, std::string value)
+{
+    if (owned_) return false;
+    if (patch_) {
+        if (current.data() != patch_->value.data()) return false;
+        patch_->value = std::move(value);
+        return true;
+    }
+    if (current.data() < raw_.data() || current.data() + current.size() > raw_.data() + raw_.size()) return false;
+    patch_ = std::make_unique<Patch>(Patch{current.data(), std::move(value)});
+    return true;
 }
 
 RecordLayout layoutOf(const DxfTags& tags)
@@ -694,17 +708,19 @@ Acad::ErrorStatus AcDbEntity::setLayer(AcDbObjectId newVal, bool doSubents, bool
     AcDbDatabase* db = database();
     if (db && newVal.database() != db) return Acad::eWrongDatabase;
     std::string raw = db ? db->encode(name) : dxf::toUtf8(name);
-    std::string_view cur;
-    if (!(acdbHostBodyValue(record_, 8, cur) && cur == raw)) acdbHostSetBodyValue(record_.mutableTags(), 8, raw, "AcDbEntity");
+    // True when the layer changed. A record that is a view of the file keeps
+    // being one, with only its layer replaced.
+    auto setLayerTag = [&raw](TagRecord& rec) {
+        std::string_view cur;
+        const bool found = acdbHostBodyValue(rec, 8, cur);
+        if (found && cur == raw) return false;
+        if (!(found && rec.replaceValue(cur, raw))) acdbHostSetBodyValue(rec.mutableTags(), 8, raw, "AcDbEntity");
+        return true;
+    };
+    setLayerTag(record_);
     if (doSubents && subents_)
         for (AcDbObjectId sub : *subents_)
-            if (AcDbObject* o = sub.object()) {
-                std::string_view v;
-                if (!(acdbHostBodyValue(o->record(), 8, v) && v == raw)) {
-                    acdbHostSetBodyValue(o->record().mutableTags(), 8, raw, "AcDbEntity");
-                    o->hostSetModified();
-                }
-            }
+            if (AcDbObject* o = sub.object(); o && setLayerTag(o->record())) o->hostSetModified();
     return Acad::eOk;
 }
 

@@ -117,21 +117,33 @@ public:
     TagRecord() = default;
     explicit TagRecord(std::string_view raw) : raw_(raw) {}
     explicit TagRecord(DxfTags tags) : owned_(std::make_unique<DxfTags>(std::move(tags))) {}
-    TagRecord(const TagRecord& o) : raw_(o.raw_), owned_(o.owned_ ? std::make_unique<DxfTags>(*o.owned_) : nullptr) {}
+    TagRecord(const TagRecord& o) { *this = o; }
     TagRecord& operator=(const TagRecord& o)
     {
         raw_ = o.raw_;
         owned_ = o.owned_ ? std::make_unique<DxfTags>(*o.owned_) : nullptr;
+        patch_ = o.patch_ ? std::make_unique<Patch>(*o.patch_) : nullptr;
         return *this;
     }
     TagRecord(TagRecord&&) = default;
     TagRecord& operator=(TagRecord&&) = default;
 
-    bool isRaw() const { return !owned_; }
+    // Nobody changed it: raw() is what the file holds.
+    bool isRaw() const { return !owned_ && !patch_; }
     std::string_view raw() const { return raw_; }
     DxfTags tags() const;        // a copy, for reading
     DxfTags& mutableTags();      // owned tags; the raw view is dropped
-    void assign(DxfTags tags) { owned_ = std::make_unique<DxfTags>(std::move(tags)); raw_ = {}; }
+    void assign(DxfTags tags)
+    {
+        owned_ = std::make_unique<DxfTags>(std::move(tags));
+        raw_ = {};
+        patch_.reset();
+    }
+    // Gives one tag a new value while the record stays a view of the file:
+    // `current` is that tag's value as scan() gave it. Moving an entity to
+    // another layer thus costs its new layer name, not a copy of all its
+    // tags. False when the record holds owned tags or another replaced value.
+    bool replaceValue(std::string_view current, std::string value);
     bool empty() const { return owned_ ? owned_->empty() : raw_.empty(); }
 
     // Calls fn(code, value) for every tag until fn returns false.
@@ -139,8 +151,13 @@ public:
     void scan(F&& fn) const;
 
 private:
+    struct Patch {
+        const char* at;  // where the replaced value starts in raw_
+        std::string value;
+    };
     std::string_view raw_;
     std::unique_ptr<DxfTags> owned_;
+    std::unique_ptr<Patch> patch_;
 };
 
 // Where the tags of a record split: head (before the first subclass
@@ -386,6 +403,15 @@ void TagRecord::scan(F&& fn) const
     if (owned_) {
         for (const auto& t : *owned_)
             if (!fn(t.code, std::string_view(t.value))) return;
+        return;
+    }
+    if (patch_) {
+        auto patched = [&](int code, std::string_view v) {
+            return fn(code, v.data() == patch_->at ? std::string_view(patch_->value) : v);
+        };
+        dxf::scanTags(raw_, &patched, [](void* ctx, int code, std::string_view v) {
+            return (*static_cast<decltype(patched)*>(ctx))(code, v);
+        });
         return;
     }
     dxf::scanTags(raw_, &fn, [](void* ctx, int code, std::string_view v) { return (*static_cast<F*>(ctx))(code, v); });

@@ -554,7 +554,9 @@ void printTable(const std::vector<DrawingResult>& results, bool dryRun)
     for (const DrawingResult& r : results) {
         if (!r.ok) {
             ++failed;
-            std::printf("%-*s  %-6s %s\n", int(width), r.input.c_str(), "failed", r.error.c_str());
+            std::string why = r.error;
+            if (why.rfind(r.input + ": ", 0) == 0) why.erase(0, r.input.size() + 2);
+            std::printf("%-*s  %-6s %s\n", int(width), r.input.c_str(), "failed", why.c_str());
             continue;
         }
         moved += r.moved;

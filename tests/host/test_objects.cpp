@@ -336,6 +336,25 @@ TEST(Entities, LayerByNameAndIdAndOfSubEntities) {
     EXPECT_EQ(door->layer(), L"Fresh");
 }
 
+// Moving an entity replaces its layer in the view of the file (twice, as
+// the layering moves through layer "0"); the drawing is written exactly as
+// when the record had become owned tags.
+TEST(Entities, MovedEntityStaysAViewOfTheFile) {
+    auto viewed = sample(), owned = sample();
+    for (AcDbDatabase* db : {viewed.get(), owned.get()}) {
+        AcDbObjectId walls;
+        AcDbObjectPointer<AcDbLayerTable>(db->layerTableId(), kForRead)->getAt(L"WALLS", walls);
+        AcDbEntityPointer door(db->idOf(AcDbHandle(0xC0)), kForWrite);
+        ASSERT_EQ(door.openStatus(), eOk);
+        if (db == owned.get()) door->record().mutableTags();
+        ASSERT_EQ(door->setLayer(db->layerZero()), eOk);
+        ASSERT_EQ(door->setLayer(walls), eOk);
+        EXPECT_EQ(door->layer(), L"WALLS");
+        EXPECT_EQ(door->record().raw().empty(), db == owned.get());
+    }
+    EXPECT_EQ(viewed->dxfText(), owned->dxfText());
+}
+
 TEST(Proxies, ClassFromTheDrawingAndTagsKept) {
     AcDbDatabase blank;
     const std::string entity = tagText({{0, "ZEFTGRIDRECTE"}, {5, "9A0"}, {330, blank.modelSpaceId().handle().str()},
