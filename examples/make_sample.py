@@ -170,8 +170,8 @@ def build(doc) -> None:
 # Suite entities: DXF name, class name, subclass markers, layer, point.
 SUITE_ENTITIES = [
     ("ZEFTGRIDRECTE", "ZEFTGridRectangularE", ["ZEFTGridBase", "ZEFTGridRectangularE"], "AXES", (150, -1500)),
-    ("ZEFTMESHCUT", "ZEFTMeshCut", ["ZEFTMeshCut"], "COLUMNS", (5050, 150)),
-    ("ZEFTMESHCUTSYMBOL", "ZEFTMeshCutSymbol", ["ZEFTMeshCutSymbol"], "COLUMNS", (5400, 500)),
+    ("ZEFTMESHCUT", "ZEFTMeshCut", ["ZEFTMeshCut"], "COLUMNS", (5050, 7850)),
+    ("ZEFTMESHCUTSYMBOL", "ZEFTMeshCutSymbol", ["ZEFTMeshCutSymbol"], "COLUMNS", (5400, 8200)),
 ]
 
 

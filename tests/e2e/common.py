@@ -39,6 +39,14 @@ def corpus_file(relpath):
     return path if os.path.isfile(path) else None
 
 
+def layer_of(entity):
+    """An entity's layer, also for entities of classes ezdxf does not know
+    (the suite's, which it keeps as tags)."""
+    if entity.dxf.is_supported("layer"):
+        return entity.dxf.layer
+    return entity.xtags.get_subclass("AcDbEntity").get_first_value(8, "0")
+
+
 def audit_errors(doc):
     """ezdxf's audit errors of a drawing, as readable lines."""
     auditor = doc.audit()

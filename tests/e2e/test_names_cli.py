@@ -55,12 +55,12 @@ class Names(unittest.TestCase):
     def test_names_from_the_default_standard_and_the_project(self):
         rows = self.names()
         doc = ezdxf.readfile(self.drawing)
-        walls = [e.dxf.handle for e in doc.modelspace() if e.dxf.layer == "WALLS"]
+        walls = [e.dxf.handle for e in doc.modelspace() if common.layer_of(e) == "WALLS"]
         self.assertTrue(walls)
         for handle in walls:
             self.assertEqual(rows[handle]["target"], "Bâtiment A. Niveau 1")
         # Entities in no level go to the level being worked on.
-        window = next(e.dxf.handle for e in doc.modelspace() if e.dxf.layer == "WINDOWS")
+        window = next(e.dxf.handle for e in doc.modelspace() if common.layer_of(e) == "WINDOWS")
         self.assertEqual(rows[window]["target"], "Bâtiment A. Niveau 0")
         viewports = sorted((e.dxf.id, e.dxf.handle) for e in doc.layouts.active_layout() if e.dxftype() == "VIEWPORT")
         self.assertIsNone(rows[viewports[0][1]]["target"])
@@ -83,7 +83,8 @@ class Names(unittest.TestCase):
             with open(os.path.join(folder, file_name), "w", encoding="cp1252", newline="\r\n") as f:
                 f.write(f"[Layer_Standard]\nName={name}\n[Model_Rules]\nName_1=Plan\nField_1=P\n"
                         "Name_2=Kind\nField_2==KIND()\nName_3=Level\nField_3==LEVEL()\n"
-                        f"[Separator]\nValue=-\nWhiteSpaceAfter=0\n[Function_1]\nName=KIND\nDefault={kind}\n")
+                        f"[Separator]\nValue=-\nWhiteSpaceAfter=0\n[Function_1]\nName=KIND\nDefault={kind}\n"
+                        "Key_1=NoSuchClass\nValue_1=x\n")
         standard("mine.std", "Mine", "Drawing")
         standard("plans.std", "Plans", "Plan")
         mine = os.path.join(self.tmp, "mine.dxf")
