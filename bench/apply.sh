@@ -77,12 +77,7 @@ for n in "${sizes[@]}"; do
   read -r peer_s _ < <(run_timed peer "$REPEATS" "$PEER_SLOW" "$python" "$peer" relayer "$in" "$out")
   rm -f "$out"
 
-  if [[ $ours_kb =~ ^[0-9]+$ ]]; then
-    rss_mb=$(awk -v k="$ours_kb" 'BEGIN { printf "%.1f", k / 1024 }')
-    rss_ratio=$(awk -v k="$ours_kb" -v b="$bytes" 'BEGIN { printf "%.2f", k * 1024 / b }')
-  else
-    rss_mb=$ours_kb rss_ratio=n/a
-  fi
+  rss_columns "$ours_kb" "$bytes"
   us=$(awk -v s="$ours_s" -v n="$n" 'BEGIN { if (s ~ /^[0-9.]+$/) printf "%.2f", s * 1e6 / n; else print "n/a" }')
   growth=n/a
   [[ -n $prev_n ]] && growth="$(ratio "$ours_s" "$prev_s") (×$(ratio "$n" "$prev_n") entities)"

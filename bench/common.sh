@@ -36,6 +36,17 @@ ratio() {  # ratio A B -> A/B with two decimals, or n/a
     else printf "%.2f", a / b }'
 }
 
+# rss_columns PEAK_KB FILE_BYTES : sets rss_mb and rss_ratio (peak RSS over
+# the file's size) for the table, or passes a failure through.
+rss_columns() {
+  if [[ $1 =~ ^[0-9]+$ ]]; then
+    rss_mb=$(awk -v k="$1" 'BEGIN { printf "%.1f", k / 1024 }')
+    rss_ratio=$(awk -v k="$1" -v b="$2" 'BEGIN { printf "%.2f", k * 1024 / b }')
+  else
+    rss_mb=$1 rss_ratio=n/a
+  fi
+}
+
 # drawing N : the cached generated drawing of N entities, made when missing,
 # read once so that every program starts with it in the page cache.
 drawing() {

@@ -41,12 +41,7 @@ for n in "${sizes[@]}"; do
   read -r peer_s _ < <(run_timed peer "$REPEATS" "$PEER_SLOW" "$python" "$peer" load-save "$in" "$out")
   rm -f "$out"
 
-  if [[ $ours_kb =~ ^[0-9]+$ ]]; then
-    rss_mb=$(awk -v k="$ours_kb" 'BEGIN { printf "%.1f", k / 1024 }')
-    rss_ratio=$(awk -v k="$ours_kb" -v b="$bytes" 'BEGIN { printf "%.2f", k * 1024 / b }')
-  else
-    rss_mb=$ours_kb rss_ratio=n/a
-  fi
+  rss_columns "$ours_kb" "$bytes"
   rows+=("| $n | $file_mb | $cp_s | $ours_s | $peer_s | $(ratio "$ours_s" "$cp_s") | $(ratio "$peer_s" "$ours_s") | $rss_mb | $rss_ratio |")
 done
 

@@ -1,6 +1,7 @@
 """Shared helpers of the end-to-end checks: where things are, running the
 programs, and reading drawings with ezdxf as an independent reader."""
 import collections
+import hashlib
 import os
 import shutil
 import subprocess
@@ -31,6 +32,12 @@ def run(args, timeout=60, env=None):
     if env:
         full_env.update(env)
     return subprocess.run(args, capture_output=True, text=True, errors="replace", timeout=timeout, env=full_env)
+
+
+def digest(path):
+    """The SHA-256 of a file's bytes: equal digests, an unchanged file."""
+    with open(path, "rb") as f:
+        return hashlib.sha256(f.read()).hexdigest()
 
 
 def corpus_file(relpath):

@@ -4,7 +4,6 @@ corpus floor plan, read back with ezdxf. What `names` predicts is what apply
 does; locked layers stay locked; inputs that must not change do not, even
 when the program is killed while writing."""
 import csv
-import hashlib
 import json
 import os
 import shutil
@@ -22,11 +21,6 @@ ZEFT = common.program("zeftlayer")
 PREPARE = os.path.join(common.SOURCE_DIR, "examples", "prepare_sample.sh")
 GENERATOR = os.path.join(common.SOURCE_DIR, "..", "shared", "bench", "gen_drawing.py")
 FLOORPLAN = common.corpus_file("dxf/sample-files/dxf/dxf-parser/floorplan.dxf")
-
-
-def digest(path):
-    with open(path, "rb") as f:
-        return hashlib.sha256(f.read()).hexdigest()
 
 
 class Apply(unittest.TestCase):
@@ -100,6 +94,7 @@ class Apply(unittest.TestCase):
         self.assertEqual(len(moved), files[0]["moved"])
 
         # check: the input is off, the result is right.
+        written = common.digest(out)
         proc = self.zeft("check", self.sample, out)
         self.assertEqual(proc.returncode, 1)
         self.assertIn("not on their layer", proc.stdout)
@@ -108,7 +103,7 @@ class Apply(unittest.TestCase):
             self.assertEqual(proc.returncode, code, (args, proc.stderr))
         misplaced = json.loads(proc.stdout)["drawings"][0]["misplaced"]
         self.assertEqual(len(misplaced), files[0]["moved"])
-        self.assertEqual(digest(out), digest(out), "check writes nothing")
+        self.assertEqual(common.digest(out), written, "check writes nothing")
 
     @unittest.skipUnless(FLOORPLAN, "the corpus is not there")
     def test_corpus_floor_plan_with_a_standard_and_a_project(self):
@@ -131,7 +126,7 @@ class Apply(unittest.TestCase):
 
     def test_dry_run_and_read_only_input_change_nothing(self):
         drawing = self.copy(self.sample, "readonly.dxf")
-        before = digest(drawing)
+        before = common.digest(drawing)
         listing = sorted(os.listdir(self.tmp))
         proc = self.zeft("apply", drawing, "--dry-run")
         self.assertEqual(proc.returncode, 0, proc.stderr)
@@ -141,7 +136,7 @@ class Apply(unittest.TestCase):
         proc = self.zeft("apply", drawing, "--in-place")
         self.assertEqual(proc.returncode, 1)
         self.assertIn("read-only", proc.stderr)
-        self.assertEqual(digest(drawing), before)
+        self.assertEqual(common.digest(drawing), before)
         self.assertEqual(sorted(os.listdir(self.tmp)), listing)
 
     def test_several_drawings_in_workers_one_broken(self):
@@ -188,7 +183,7 @@ class Apply(unittest.TestCase):
         for args in (["install", big, "Beltrix"], ["project", big, "set", "--building", "B", "--mode", "level"],
                      ["project", big, "level", "add", "L"], ["project", big, "set", "--active", "L"]):
             self.assertEqual(self.zeft(*args).returncode, 0)
-        before = digest(big)
+        before = common.digest(big)
         start = time.monotonic()
         proc = subprocess.run([ZEFT, "--data-dir", self.data, "apply", big, "-o", os.path.join(self.tmp, "t.dxf")],
                               capture_output=True, timeout=300)
@@ -200,7 +195,7 @@ class Apply(unittest.TestCase):
             time.sleep(whole * fraction)
             child.send_signal(signal.SIGKILL)
             child.wait()
-            if digest(big) != before:  # it finished: the whole result, not a part
+            if common.digest(big) != before:  # it finished: the whole result, not a part
                 self.assertEqual(self.zeft("check", big).returncode, 0)
                 break
 

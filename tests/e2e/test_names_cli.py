@@ -3,7 +3,6 @@
 project: the names a person expects, the reasons for entities left alone,
 a preview through another standard, and bad input. The drawing is never
 written."""
-import hashlib
 import json
 import os
 import shutil
@@ -14,11 +13,6 @@ import common
 from common import ezdxf
 
 ZEFT = common.program("zeftlayer")
-
-
-def digest(path):
-    with open(path, "rb") as f:
-        return hashlib.sha256(f.read()).hexdigest()
 
 
 class Names(unittest.TestCase):
@@ -46,10 +40,10 @@ class Names(unittest.TestCase):
         return common.run([ZEFT] + args, env=cls.env)
 
     def names(self, *extra):
-        before = digest(self.drawing)
+        before = common.digest(self.drawing)
         proc = self.zeft(["names", self.drawing, "--json", *extra])
         self.assertEqual(proc.returncode, 0, proc.stderr)
-        self.assertEqual(digest(self.drawing), before, "names must not write the drawing")
+        self.assertEqual(common.digest(self.drawing), before, "names must not write the drawing")
         return {e["handle"]: e for e in json.loads(proc.stdout)["entities"]}
 
     def test_names_from_the_default_standard_and_the_project(self):
@@ -89,10 +83,10 @@ class Names(unittest.TestCase):
         standard("plans.std", "Plans", "Plan")
         mine = os.path.join(self.tmp, "mine.dxf")
         self.assertEqual(self.zeft(["install", self.drawing, "Mine", "-o", mine]).returncode, 0)
-        before = digest(mine)
+        before = common.digest(mine)
         proc = self.zeft(["names", mine, "--json", "--standard", "Plans"])
         self.assertEqual(proc.returncode, 0, proc.stderr)
-        self.assertEqual(digest(mine), before, "names must not write the drawing")
+        self.assertEqual(common.digest(mine), before, "names must not write the drawing")
         rows = json.loads(proc.stdout)["entities"]
         self.assertEqual({r["target"] for r in rows if r["target"]}, {"P-Plan-Niveau 0", "P-Plan-Niveau 1"})
         proc = self.zeft(["names", mine, "--json"])
