@@ -315,8 +315,16 @@ AcDbLayerTableRecord* AcDbDatabase::newLayerRecord() const
     if (l.bodyBegin == l.xdataBegin)  // no subclass markers: an old drawing
         for (std::size_t i = 1; i < l.xdataBegin; ++i)
             if (tags[i].code != 5 && tags[i].code != 330) out.push_back(tags[i]);
+    // Layer "0" gives the groups this version expects; the states are a new
+    // layer's own: on, thawed, unlocked, plotted, colour 7, continuous
+    // linetype, default lineweight, no true colour.
+    std::erase_if(out, [](const DxfTag& t) { return t.code == 420 || t.code == 430; });
     for (auto& t : out) {
         if (t.code == 70) t.value = "0";
+        else if (t.code == 62) t.value = "7";
+        else if (t.code == 6) t.value = "Continuous";
+        else if (t.code == 370) t.value = "-3";
+        else if (t.code == 290) t.value = "1";
         // A new object holds UTF-8 until it joins the drawing.
         else if (dxf::valueType(t.code) == dxf::ValueType::String) t.value = dxf::toUtf8(codec_.decode(t.value));
     }

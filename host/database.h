@@ -91,7 +91,8 @@ public:
     // The current paper-space layout's block record (written in ENTITIES).
     AcDbObjectId paperSpaceId() const { return paperSpace_; }
     std::vector<AcDbObjectId> blockRecordIds() const;
-    // A new layer copying layer "0"'s settings, not yet in the table.
+    // A new layer (on, thawed, unlocked, plotted, colour 7, continuous,
+    // default lineweight) in the groups of layer "0", not yet in the table.
     AcDbLayerTableRecord* newLayerRecord() const;
 
     Acad::ErrorStatus getAcDbObjectId(AcDbObjectId& id, bool createIfNotFound, const AcDbHandle& h);
