@@ -53,7 +53,14 @@ public:
         cancelOn(a);
         return a;
     }
-    bool more() const { return acedEditor->answersLeft() > 0; }
+    // Every answer left.
+    std::vector<std::wstring> all()
+    {
+        std::vector<std::wstring> out;
+        std::wstring a;
+        while (next(a)) out.push_back(a);
+        return out;
+    }
     // Every answer must have been used.
     void end()
     {
@@ -292,18 +299,27 @@ double tagNumber(const DxfTag& t)
     return v;
 }
 
-// Places one record; throws for records it cannot place.
-void place(AcDbEntity* ent, const Placement& p)
+// What a placement changes in the entity; throws for entities it cannot place.
+const Geometry* placeable(const AcDbEntity* ent, const Placement& p)
 {
-    if (p.identity()) return;
+    if (!ent || p.identity()) return nullptr;
     std::string name = dxfNameOf(ent);
     const Geometry* g = geometryOf(name);
     if (!g) fail("cannot move or scale a " + name + " entity");
+    std::string_view z;
+    double dz = 1;
+    if (acdbHostBodyValue(ent->record(), 230, z) && dxf::parseDouble(z, dz) && dz != 1)
+        fail("cannot move a " + name + " drawn in another plane than the drawing's");
+    return g;
+}
+
+// Places one record.
+void place(AcDbEntity* ent, const Placement& p)
+{
+    const Geometry* g = placeable(ent, p);
+    if (!g) return;
     DxfTags& tags = ent->record().mutableTags();
     std::size_t end = layoutOf(tags).xdataBegin;
-    for (std::size_t i = 0; i < end; ++i)
-        if (tags[i].code == 230 && tagNumber(tags[i]) != 1)
-            fail("cannot move a " + name + " drawn in another plane than the drawing's");
     bool inGroup = false;
     for (std::size_t i = 0; i < end; ++i) {
         DxfTag& t = tags[i];
@@ -546,13 +562,17 @@ void cmdCopy()
 {
     Answers a;
     Drawing d = current();
-    std::vector<std::wstring> words;
-    std::wstring w;
-    while (a.next(w)) words.push_back(w);
+    std::vector<std::wstring> words = a.all();
     if (words.empty()) fail("missing displacement (dx,dy or dx,dy,dz)");
-    AcGePoint3d by = point(words.back(), "displacement");
+    const Placement move{{0, 0, 0}, point(words.back(), "displacement"), 1, 0};
     words.pop_back();
     AcDbObjectIdArray ids = entitiesOrSelection(d, words);
+    // Refused before anything is copied.
+    for (AcDbObjectId id : ids) {
+        AcDbObjectPointer<AcDbEntity> src(id, AcDb::kForRead);
+        placeable(src.object(), move);
+        for (AcDbObjectId sub : src->subEntities()) placeable(AcDbEntity::cast(sub.object()), move);
+    }
     // One deep clone per space the sources live in.
     std::vector<AcDbObjectId> owners;
     for (AcDbObjectId id : ids)
@@ -566,7 +586,6 @@ void cmdCopy()
         AcDbIdMapping map;
         if (Acad::ErrorStatus es = d.db->deepCloneObjects(group, owner, map); es != Acad::eOk)
             fail(std::string("cannot copy: ") + Acad::errorName(es));
-        Placement move{{0, 0, 0}, by, 1, 0};
         for (const AcDbIdMapping::Pair& pair : map.pairs()) {
             AcDbObjectPointer<AcDbEntity> copy(pair.value, AcDb::kForWrite);
             if (copy) place(copy.object(), move);
@@ -578,10 +597,7 @@ void cmdErase()
 {
     Answers a;
     Drawing d = current();
-    std::vector<std::wstring> handles;
-    std::wstring w;
-    while (a.next(w)) handles.push_back(w);
-    for (AcDbObjectId id : entitiesOrSelection(d, handles)) {
+    for (AcDbObjectId id : entitiesOrSelection(d, a.all())) {
         AcDbObjectPointer<AcDbEntity> ent(id, AcDb::kForWrite);
         if (ent) ent->erase();
     }
@@ -593,10 +609,7 @@ void cmdExplode()
 {
     Answers a;
     Drawing d = current();
-    std::vector<std::wstring> handles;
-    std::wstring w;
-    while (a.next(w)) handles.push_back(w);
-    AcDbObjectIdArray ids = entitiesOrSelection(d, handles);
+    AcDbObjectIdArray ids = entitiesOrSelection(d, a.all());
     for (AcDbObjectId id : ids) {
         auto* ref = AcDbBlockReference::cast(id.object());
         if (!ref || dxfNameOf(ref) != "INSERT") fail("entity " + id.handle().str() + " is not a block reference");
@@ -667,8 +680,7 @@ void cmdSelect()
             }
         } else {
             std::vector<std::wstring> handles{first};
-            std::wstring w;
-            while (a.next(w)) handles.push_back(w);
+            for (std::wstring& h : a.all()) handles.push_back(std::move(h));
             ids = entitiesOrSelection(d, handles);
         }
     }
@@ -824,9 +836,7 @@ void cmdSuite()
     else if (s == L"INSERT") drawInsert(a);
     else if (s == L"CLONE") {
         Drawing d = current();
-        std::vector<std::wstring> handles;
-        std::wstring w;
-        while (a.next(w)) handles.push_back(w);
+        std::vector<std::wstring> handles = a.all();
         if (handles.empty()) fail("missing handle of the entity to clone");
         for (AcDbObjectId id : entitiesOrSelection(d, handles)) {
             AcDbHostEntityCopy copy;

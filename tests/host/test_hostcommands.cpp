@@ -126,8 +126,8 @@ struct Case {
     std::function<void(HostCommands&)> check;
 };
 
-// Sample handles: A0 a LINE and B1 a CIRCLE of model space; C0 a DOOR
-// reference with two attributes; COLUMNS holds the columns.
+// Sample handles: A0 a LINE, B1 a CIRCLE, CF an MTEXT and D0 a DIMENSION of
+// model space; C0 a DOOR reference with two attributes; COLUMNS holds the columns.
 const Case kCases[] = {
     {"LINE 0,0 10,0 10,5", "end", 2, "",
      [](HostCommands& t) {
@@ -199,6 +199,8 @@ const Case kCases[] = {
     {"TILEMODE 0\nMSPACE\nCOPY A0 0,0", "end", 1, "",
      [](HostCommands& t) { EXPECT_EQ(t.events.log[t.events.log.size() - 2], "clone 1 0 2"); }},
     {"COPY A0", "fail", 0, "displacement: 'A0' is not a point", nullptr},
+    {"COPY A0 D0 10,0", "fail", 0, "cannot move or scale a DIMENSION entity", nullptr},
+    {"COPY D0 CF 0,0", "end", 2, "", nullptr},
     {"EXPLODE C0", "end", 5, "",
      [](HostCommands& t) {
          EXPECT_TRUE(t.at("C0").isErased());
