@@ -200,7 +200,7 @@ const std::map<std::string, Command>& commands()
           "  -o, --output OUT   write the result to OUT\n",
           &cmdProject}},
         {"run",
-         {"run a script of drawing commands on a drawing, re-layering at each command end",
+         {"run a script of drawing commands, re-layering at each command end",
           "zeftlayer run DRAWING SCRIPT (-o OUT | --in-place) [--keep-going]",
           "Loads the layer manager, opens DRAWING and runs the commands of SCRIPT one\n"
           "after the other, as typed at a CAD command line: what each command appends\n"
@@ -213,7 +213,8 @@ const std::map<std::string, Command>& commands()
           "    CIRCLE 5,5 2\n"
           "    ARC 20,20 3 0 90\n"
           "    TEXT 1,1 2.5 Étage 1\n\n"
-          "The commands and their answers are described in docs/scripts.md. A line\n"
+          "The commands and their answers are described in docs/scripts.md; the\n"
+          "answer *cancel* cancels its command as Escape would. A line\n"
           "that fails (unknown command, bad answer, missing handle) is reported as\n"
           "SCRIPT:LINE: reason; it stops the run and nothing is written, unless\n"
           "--keep-going is given. The result is written through a temporary file.\n"
