@@ -299,26 +299,14 @@ double tagNumber(const DxfTag& t)
     return v;
 }
 
-// What a placement changes in the entity; throws for entities it cannot place.
-const Geometry* placeable(const AcDbEntity* ent, const Placement& p)
+// Places a record's tags; false when a value comes out too large to write.
+bool placeTags(DxfTags& tags, const Geometry& g, const Placement& p)
 {
-    if (!ent || p.identity()) return nullptr;
-    std::string name = dxfNameOf(ent);
-    const Geometry* g = geometryOf(name);
-    if (!g) fail("cannot move or scale a " + name + " entity");
-    std::string_view z;
-    double dz = 1;
-    if (acdbHostBodyValue(ent->record(), 230, z) && dxf::parseDouble(z, dz) && dz != 1)
-        fail("cannot move a " + name + " drawn in another plane than the drawing's");
-    return g;
-}
-
-// Places one record.
-void place(AcDbEntity* ent, const Placement& p)
-{
-    const Geometry* g = placeable(ent, p);
-    if (!g) return;
-    DxfTags& tags = ent->record().mutableTags();
+    bool finite = true;
+    auto set = [&](DxfTag& t, double v) {
+        finite = finite && std::isfinite(v);
+        t.value = num(v);
+    };
     std::size_t end = layoutOf(tags).xdataBegin;
     bool inGroup = false;
     for (std::size_t i = 0; i < end; ++i) {
@@ -329,7 +317,7 @@ void place(AcDbEntity* ent, const Placement& p)
             continue;
         }
         if (inGroup) continue;
-        bool isPoint = has(g->points, t.code), isVector = has(g->vectors, t.code);
+        bool isPoint = has(g.points, t.code), isVector = has(g.vectors, t.code);
         if (isPoint || isVector) {
             AcGePoint3d v{tagNumber(t), 0, 0};
             bool hasY = i + 1 < end && tags[i + 1].code == t.code + 10;
@@ -337,17 +325,40 @@ void place(AcDbEntity* ent, const Placement& p)
             if (hasY) v.y = tagNumber(tags[i + 1]);
             if (hasZ) v.z = tagNumber(tags[i + 2]);
             AcGePoint3d out = isPoint ? p.point(v) : p.vector(v);
-            if (!hasZ) out.z = v.z;  // 2D points (LWPOLYLINE) keep their elevation
-            t.value = num(out.x);
-            if (hasY) tags[i + 1].value = num(out.y);
-            if (hasZ) tags[i + 2].value = num(out.z);
+            set(t, out.x);
+            if (hasY) set(tags[i + 1], out.y);
+            if (hasZ) set(tags[i + 2], out.z);  // 2D points (LWPOLYLINE) keep their elevation
             i += hasZ ? 2 : hasY ? 1 : 0;
-        } else if (has(g->lengths, t.code)) {
-            t.value = num(tagNumber(t) * p.scale);
-        } else if (has(g->angles, t.code)) {
-            t.value = num(std::fmod(tagNumber(t) + p.angleDeg, 360.0));
+        } else if (has(g.lengths, t.code)) {
+            set(t, tagNumber(t) * p.scale);
+        } else if (has(g.angles, t.code)) {
+            set(t, std::fmod(tagNumber(t) + p.angleDeg, 360.0));
         }
     }
+    return finite;
+}
+
+// What a placement changes in the entity; throws, before anything changes,
+// for entities it cannot place.
+const Geometry* placeable(const AcDbEntity* ent, const Placement& p)
+{
+    if (!ent || p.identity()) return nullptr;
+    std::string name = dxfNameOf(ent);
+    const Geometry* g = geometryOf(name);
+    if (!g) fail("cannot move or scale a " + name + " entity");
+    std::string_view z;
+    double dz = 1;
+    if (acdbHostBodyValue(ent->record(), 230, z) && dxf::parseDouble(z, dz) && dz != 1)
+        fail("cannot move a " + name + " drawn in another plane than the drawing's");
+    DxfTags trial = ent->record().tags();
+    if (!placeTags(trial, *g, p)) fail("the " + name + " would land too far out to be written");
+    return g;
+}
+
+// Places one record.
+void place(AcDbEntity* ent, const Placement& p)
+{
+    if (const Geometry* g = placeable(ent, p)) placeTags(ent->record().mutableTags(), *g, p);
 }
 
 void placeCopy(AcDbHostEntityCopy& copy, const Placement& p)

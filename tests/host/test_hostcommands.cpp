@@ -201,6 +201,7 @@ const Case kCases[] = {
     {"COPY A0", "fail", 0, "displacement: 'A0' is not a point", nullptr},
     {"COPY A0 D0 10,0", "fail", 0, "cannot move or scale a DIMENSION entity", nullptr},
     {"COPY D0 CF 0,0", "end", 2, "", nullptr},
+    {"INSERT DOOR 0,0 1e307", "fail", 0, "the ATTRIB would land too far out", nullptr},
     {"EXPLODE C0", "end", 5, "",
      [](HostCommands& t) {
          EXPECT_TRUE(t.at("C0").isErased());
