@@ -55,6 +55,9 @@ int cmdExport(const std::vector<std::string>& args);
 // The project object and mould lists of a drawing (project.cpp).
 int cmdProject(const std::vector<std::string>& args);
 
+// A script of host commands on a drawing (run.cpp).
+int cmdRun(const std::vector<std::string>& args);
+
 // The layer each entity would get (names.cpp).
 int cmdNames(const std::vector<std::string>& args);
 // The entities the layering looks at: model space, then the current paper space.

@@ -10,6 +10,7 @@
 #include "host/database.h"
 #include "host/document.h"
 #include "host/dxf/codec.h"
+#include "host/hostcommands.h"
 #include "suite/zeftmouldentities.h"
 #include "suite/zeftprojecteditor.h"
 
@@ -51,28 +52,6 @@ bool parseWindow(const std::string& text, Window& w)
     if (*p) return false;
     w = {std::min(v[0], v[2]), std::min(v[1], v[3]), std::max(v[0], v[2]), std::max(v[1], v[3])};
     return true;
-}
-
-// Every x (groups 10 to 13) of the record with its y lies in the window,
-// and there is at least one.
-bool insideWindow(const AcDbEntity* e, const Window& w)
-{
-    bool any = false, inside = true;
-    int pendingY = -1;
-    e->record().scan([&](int code, std::string_view v) {
-        if (code >= 1000) return false;
-        double d = 0;
-        if (code >= 10 && code <= 13) {
-            if (!dxf::parseDouble(v, d) || d < w.x1 || d > w.x2) inside = false;
-            pendingY = code + 10;
-            any = true;
-        } else if (code == pendingY) {
-            if (!dxf::parseDouble(v, d) || d < w.y1 || d > w.y2) inside = false;
-            pendingY = -1;
-        }
-        return inside;
-    });
-    return any && inside;
 }
 
 // The options of a subcommand, parsed before the drawing is read.
@@ -236,7 +215,7 @@ public:
             if (!e) continue;
             if (std::find(layers.begin(), layers.end(), acdbToUpper(e->layer())) != layers.end()) add(id);
             for (const Window& w : o.windows)
-                if (insideWindow(e.object(), w)) add(id);
+                if (acdbHostPointsInWindow(e.object(), w.x1, w.y1, w.x2, w.y2)) add(id);
         }
         return true;
     }
