@@ -315,8 +315,16 @@ AcDbLayerTableRecord* AcDbDatabase::newLayerRecord() const
     if (l.bodyBegin == l.xdataBegin)  // no subclass markers: an old drawing
         for (std::size_t i = 1; i < l.xdataBegin; ++i)
             if (tags[i].code != 5 && tags[i].code != 330) out.push_back(tags[i]);
+    // Layer "0" gives the groups this version expects; the states are a new
+    // layer's own: on, thawed, unlocked, plotted, colour 7, continuous
+    // linetype, default lineweight, no true colour.
+    std::erase_if(out, [](const DxfTag& t) { return t.code == 420 || t.code == 430; });
     for (auto& t : out) {
         if (t.code == 70) t.value = "0";
+        else if (t.code == 62) t.value = "7";
+        else if (t.code == 6) t.value = "Continuous";
+        else if (t.code == 370) t.value = "-3";
+        else if (t.code == 290) t.value = "1";
         // A new object holds UTF-8 until it joins the drawing.
         else if (dxf::valueType(t.code) == dxf::ValueType::String) t.value = dxf::toUtf8(codec_.decode(t.value));
     }
@@ -406,42 +414,86 @@ void AcDbDatabase::setTilemode(int v) { setHeaderVar("$TILEMODE", 70, std::to_st
 
 // --- deep clone ---
 
+namespace {
+// A copy of one object through the binary filer, without its handle's place
+// in the head taken and without the reactor and extension-dictionary groups.
+AcDbEntity* copyOf(AcDbEntity* ent)
+{
+    // Sources the caller holds open stay open as they were.
+    const bool wasReadable = ent->isReadEnabled();
+    if (!wasReadable) ent->hostForceOpen(AcDb::kForRead);
+    auto* copy = AcDbEntity::cast(static_cast<AcDbObject*>(ent->clone()));
+    if (!wasReadable) ent->hostForceClosed();
+    if (!copy) return nullptr;
+    DxfTags& tags = copy->record().mutableTags();
+    RecordLayout l = layoutOf(tags);
+    DxfTags kept;
+    bool inGroup = false;
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+        if (i < l.bodyBegin && tags[i].code == 102) {
+            inGroup = !inGroup;
+            continue;
+        }
+        if (inGroup) continue;
+        kept.push_back(tags[i]);
+    }
+    tags = std::move(kept);
+    return copy;
+}
+}  // namespace
+
+bool AcDbDatabase::hostCopyEntity(AcDbObjectId source, AcDbHostEntityCopy& copy) const
+{
+    auto* ent = AcDbEntity::cast(source.object());
+    if (!ent || source.database() != this) return false;
+    copy.entity.reset(copyOf(ent));
+    if (!copy.entity) return false;
+    for (AcDbObjectId subId : ent->subEntities()) {
+        auto* sub = AcDbEntity::cast(subId.object());
+        std::unique_ptr<AcDbEntity> subCopy(sub ? copyOf(sub) : nullptr);
+        // Attributes without their end, or vertices without theirs, would not load.
+        if (!subCopy) return false;
+        copy.subs.push_back(std::move(subCopy));
+        copy.subSources.push_back(subId);
+    }
+    return true;
+}
+
+AcDbObjectId AcDbDatabase::hostAppendCopy(AcDbBlockTableRecord* btr, AcDbHostEntityCopy&& copy, AcDbObjectId source,
+                                          AcDbIdMapping* idMap)
+{
+    const bool wasWritable = btr->isWriteEnabled();
+    if (!wasWritable) btr->hostForceOpen(AcDb::kForWrite);
+    AcDbEntity* parent = copy.entity.release();
+    AcDbObjectId id;
+    btr->appendAcDbEntity(id, parent);
+    if (!wasWritable) btr->close();
+    if (idMap) idMap->assign({source, id});
+    const bool paper = btr->objectId() == paperSpace_;
+    for (std::size_t i = 0; i < copy.subs.size(); ++i) {
+        AcDbEntity* sub = copy.subs[i].release();
+        DxfTags& tags = sub->record().mutableTags();
+        if (isR12OrOlder()) std::erase_if(tags, [](const DxfTag& t) { return t.code == 100 || t.code == 330; });
+        if (paper) acdbHostSetBodyValue(tags, 67, "1", "AcDbEntity");
+        else if (btr->objectId() == modelSpace_) acdbHostRemoveBodyValue(tags, 67);
+        AcDbObjectId subId = hostAdopt(sub);
+        sub->setOwnerId(id);
+        parent->hostAddSubEntity(subId);
+        if (idMap) idMap->assign({copy.subSources[i], subId});
+    }
+    parent->hostForceClosed();
+    return id;
+}
+
 Acad::ErrorStatus AcDbDatabase::deepCloneObjects(const AcDbObjectIdArray& ids, AcDbObjectId owner, AcDbIdMapping& idMap)
 {
     auto* btr = AcDbBlockTableRecord::cast(owner.object());
     if (!btr || owner.database() != this) return Acad::eInvalidOwnerObject;
     idMap.destDb = this;
     for (AcDbObjectId src : ids) {
-        AcDbObject* o = src.object();
-        auto* ent = AcDbEntity::cast(o);
-        if (!ent || src.database() != this) continue;
-        // Sources and owner the caller holds open stay open as they were.
-        const bool wasReadable = ent->isReadEnabled();
-        if (!wasReadable) ent->hostForceOpen(AcDb::kForRead);
-        auto* copy = AcDbEntity::cast(static_cast<AcDbObject*>(ent->clone()));
-        if (!wasReadable) ent->hostForceClosed();
-        if (!copy) continue;
-        // The copy gets its own handle and no reactors of the source.
-        DxfTags& tags = copy->record().mutableTags();
-        RecordLayout l = layoutOf(tags);
-        DxfTags kept;
-        bool inGroup = false;
-        for (std::size_t i = 0; i < tags.size(); ++i) {
-            if (i < l.bodyBegin && tags[i].code == 102) {
-                inGroup = !inGroup;
-                continue;
-            }
-            if (inGroup) continue;
-            kept.push_back(tags[i]);
-        }
-        tags = std::move(kept);
-        const bool wasWritable = btr->isWriteEnabled();
-        if (!wasWritable) btr->hostForceOpen(AcDb::kForWrite);
-        AcDbObjectId id;
-        btr->appendAcDbEntity(id, copy);
-        if (!wasWritable) btr->close();
-        copy->hostForceClosed();
-        idMap.assign({src, id});
+        AcDbHostEntityCopy copy;
+        if (!hostCopyEntity(src, copy)) continue;
+        hostAppendCopy(btr, std::move(copy), src, &idMap);
     }
     acedEditor->fireEndDeepClone(idMap);
     return Acad::eOk;

@@ -55,6 +55,15 @@ private:
     std::size_t i_ = 0;
 };
 
+// A copy of an entity and of its sub-entities (attributes, vertices and
+// their end), in no database yet, without the source's handle, owner and
+// reactor groups.
+struct AcDbHostEntityCopy {
+    std::unique_ptr<AcDbEntity> entity;
+    std::vector<std::unique_ptr<AcDbEntity>> subs;
+    std::vector<AcDbObjectId> subSources;
+};
+
 class AcDbDatabase : public AcRxObject {
 public:
     // An empty drawing (AC1027, UTF-8) with the standard tables, model space
@@ -91,7 +100,8 @@ public:
     // The current paper-space layout's block record (written in ENTITIES).
     AcDbObjectId paperSpaceId() const { return paperSpace_; }
     std::vector<AcDbObjectId> blockRecordIds() const;
-    // A new layer copying layer "0"'s settings, not yet in the table.
+    // A new layer (on, thawed, unlocked, plotted, colour 7, continuous,
+    // default lineweight) in the groups of layer "0", not yet in the table.
     AcDbLayerTableRecord* newLayerRecord() const;
 
     Acad::ErrorStatus getAcDbObjectId(AcDbObjectId& id, bool createIfNotFound, const AcDbHandle& h);
@@ -135,6 +145,13 @@ public:
     void setDbmod(int v) { dbmod_ = v; }
     void hostObjectErased(AcDbObject* obj);
     void hostAppendToBlock(AcDbBlockTableRecord* btr, AcDbEntity* ent);
+    // Copies an entity of this drawing; false when its class cannot be copied.
+    bool hostCopyEntity(AcDbObjectId source, AcDbHostEntityCopy& copy) const;
+    // Appends a copy to a block record (opened for the append when the caller
+    // has not), its sub-entities after it; the pairs (source, copy) go into
+    // idMap when given. The copy's objects are closed.
+    AcDbObjectId hostAppendCopy(AcDbBlockTableRecord* btr, AcDbHostEntityCopy&& copy, AcDbObjectId source,
+                                AcDbIdMapping* idMap);
     bool hostWritesHandles() const { return writesHandles_; }
     struct Impl;
     Impl& impl() const { return *impl_; }

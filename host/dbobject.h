@@ -57,6 +57,7 @@ class AcDbObjectIdArray : public std::vector<AcDbObjectId> {
 public:
     AcDbObjectIdArray() = default;
     AcDbObjectIdArray(int /*initPhysicalLength*/, int /*growLength*/) {}
+    AcDbObjectIdArray(std::initializer_list<AcDbObjectId> ids) : std::vector<AcDbObjectId>(ids) {}
     int length() const { return int(size()); }
     int logicalLength() const { return int(size()); }
     bool isEmpty() const { return empty(); }

@@ -74,3 +74,24 @@ bool acedSetVar(const wchar_t* name, const ResBuf& value)
     }
     return true;
 }
+
+bool acedSSSetFirst(const AcDbObjectIdArray& ids)
+{
+    AcApDocument* doc = acDocManager->curDocument();
+    if (!doc) return false;
+    AcDbObjectIdArray& sel = doc->pickFirst();
+    sel.clear();
+    for (AcDbObjectId id : ids)
+        if (id.database() == doc->database() && AcDbEntity::cast(id.object()) && !sel.contains(id)) sel.append(id);
+    return true;
+}
+
+bool acedSSGetFirst(AcDbObjectIdArray& ids)
+{
+    ids.clear();
+    AcApDocument* doc = acDocManager->curDocument();
+    if (!doc) return false;
+    std::erase_if(doc->pickFirst(), [](const AcDbObjectId& id) { return !id.isValid() || id.isErased(); });
+    ids = doc->pickFirst();
+    return true;
+}

@@ -25,11 +25,18 @@ public:
     // Viewport that is current: 1 when paper space of a layout is active.
     int cvport() const { return cvport_; }
     void setCvport(int v) { cvport_ = v; }
+    // Where SAVE and QSAVE write: set by the front end, else the file read.
+    std::string savePath() const { return savePath_.empty() ? fileName() : savePath_; }
+    void setSavePath(std::string path) { savePath_ = std::move(path); }
+    // The pick-first selection (see acedSSGetFirst).
+    AcDbObjectIdArray& pickFirst() { return pickFirst_; }
 
 private:
     std::unique_ptr<AcDbDatabase> db_;
     std::vector<int> saved_;
     int cvport_ = 2;
+    std::string savePath_;
+    AcDbObjectIdArray pickFirst_;
 };
 
 class AcApDocManager {
@@ -58,3 +65,10 @@ void acdbSetWorkingDatabase(AcDbDatabase* db);
 // System variables: "TILEMODE", "CVPORT", "DBMOD" of the current document.
 bool acedGetVar(const wchar_t* name, ResBuf& value);
 bool acedSetVar(const wchar_t* name, const ResBuf& value);
+
+// The pick-first selection of the current document: what the user selected
+// before starting a command. Setting it keeps the entities of the current
+// drawing, each once; getting it leaves out entities erased since. False
+// when no document is open.
+bool acedSSSetFirst(const AcDbObjectIdArray& ids);
+bool acedSSGetFirst(AcDbObjectIdArray& ids);

@@ -114,17 +114,37 @@ bool AcEditor::nextAnswer(std::wstring& answer)
     return true;
 }
 
+bool AcEditor::restOfAnswers(std::wstring& text)
+{
+    if (nextAnswer_ >= answers_.size()) return false;
+    if (nextAnswer_ + 1 == answers_.size() || nextAnswer_ >= tails_.size()) {
+        text = answers_[nextAnswer_++];
+        while (nextAnswer_ < answers_.size()) text += L' ' + answers_[nextAnswer_++];
+        return true;
+    }
+    text = tails_[nextAnswer_];
+    nextAnswer_ = answers_.size();
+    return true;
+}
+
 AcEditor::Result AcEditor::runCommand(const std::wstring& name, std::vector<std::wstring> answers)
+{
+    return runCommand(name, std::move(answers), {});
+}
+
+AcEditor::Result AcEditor::runCommand(const std::wstring& name, std::vector<std::wstring> answers,
+                                      std::vector<std::wstring> tails)
 {
     const AcEdCommand* cmd = acedRegCmds->lookupCmd(name.c_str());
     if (!cmd) {
-        lastError_ = "unknown command " + dxf::toUtf8(name);
+        lastError_ = "unknown command '" + dxf::toUtf8(name) + "'";
         return Result::Unknown;
     }
     // Reactors hear the global name, upper-cased, as the host reports it.
     std::wstring global = acdbToUpper(cmd->globalName);
     AcRxFunctionPtr fn = cmd->function;
     answers_ = std::move(answers);
+    tails_ = std::move(tails);
     nextAnswer_ = 0;
     active_ = global;
     lastError_.clear();
@@ -148,52 +168,67 @@ AcEditor::Result AcEditor::runCommand(const std::wstring& name, std::vector<std:
     return result;
 }
 
-static std::vector<std::wstring> splitLine(const std::wstring& line)
+namespace {
+struct ScriptLine {
+    std::vector<std::wstring> words;
+    std::vector<std::wstring> tails;  // the line from each word on, trailing blanks cut
+};
+
+ScriptLine splitLine(const std::wstring& line)
 {
-    std::vector<std::wstring> out;
+    ScriptLine out;
+    std::size_t end = line.size();
+    while (end > 0 && std::iswspace(line[end - 1])) --end;
     std::size_t i = 0;
-    while (i < line.size()) {
-        while (i < line.size() && std::iswspace(line[i])) ++i;
-        if (i >= line.size()) break;
+    while (i < end) {
+        while (i < end && std::iswspace(line[i])) ++i;
+        if (i >= end) break;
+        out.tails.push_back(line.substr(i, end - i));
         std::wstring word;
         if (line[i] == L'"') {
             ++i;
-            while (i < line.size() && line[i] != L'"') word += line[i++];
+            while (i < end && line[i] != L'"') word += line[i++];
             ++i;
         } else {
-            while (i < line.size() && !std::iswspace(line[i])) word += line[i++];
+            while (i < end && !std::iswspace(line[i])) word += line[i++];
         }
-        out.push_back(word);
+        out.words.push_back(word);
     }
     return out;
 }
+}  // namespace
 
-int acedRunScript(const std::wstring& text, const std::string& scriptName, std::vector<std::string>* errors)
+AcedScriptResult acedRunScript(const std::wstring& text, const std::string& scriptName, bool stopAtFirstFailure)
 {
-    int failed = 0;
+    AcedScriptResult result;
     std::size_t start = 0;
     int lineNo = 0;
     while (start <= text.size()) {
         std::size_t nl = text.find(L'\n', start);
         std::wstring line = text.substr(start, nl == std::wstring::npos ? std::wstring::npos : nl - start);
         ++lineNo;
-        if (!line.empty() && line.back() == L'\r') line.pop_back();
-        auto words = splitLine(line);
-        if (!words.empty() && words[0][0] != L';') {
-            std::wstring name = words[0];
-            words.erase(words.begin());
-            AcEditor::Result r = acedEditor->runCommand(name, words);
+        ScriptLine words = splitLine(line);
+        if (!words.words.empty() && (words.words[0].empty() || words.words[0][0] != L';')) {
+            std::wstring name = words.words[0];
+            words.words.erase(words.words.begin());
+            words.tails.erase(words.tails.begin());
+            ++result.commands;
+            AcEditor::Result r = acedEditor->runCommand(name, std::move(words.words), std::move(words.tails));
             if (r == AcEditor::Result::Unknown || r == AcEditor::Result::Failed) {
-                ++failed;
-                if (errors)
-                    errors->push_back(scriptName + ":" + std::to_string(lineNo) + ": " + dxf::toUtf8(name) + ": " +
-                                      acedEditor->lastError());
+                ++result.failed;
+                // A failure names the command as the host knows it, whatever the script typed.
+                const AcEdCommand* cmd = acedRegCmds->lookupCmd(name.c_str());
+                std::string what = r == AcEditor::Result::Unknown || !cmd
+                                       ? acedEditor->lastError()
+                                       : dxf::toUtf8(acdbToUpper(cmd->globalName)) + ": " + acedEditor->lastError();
+                result.errors.push_back(scriptName + ":" + std::to_string(lineNo) + ": " + what);
+                if (stopAtFirstFailure) break;
             }
         }
         if (nl == std::wstring::npos) break;
         start = nl + 1;
     }
-    return failed;
+    return result;
 }
 
 namespace {

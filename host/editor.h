@@ -73,8 +73,17 @@ public:
     // it threw AcEdCommandCancelled, or commandFailed for any other error.
     enum class Result { Ended, Cancelled, Failed, Unknown };
     Result runCommand(const std::wstring& name, std::vector<std::wstring> answers = {});
+    // The same for a script line: tails[i] is the line's raw text from answer
+    // i on, so that a command can take its text to the end of the line.
+    Result runCommand(const std::wstring& name, std::vector<std::wstring> answers, std::vector<std::wstring> tails);
     // A command's next answer to a prompt; false when none is left.
     bool nextAnswer(std::wstring& answer);
+    // Every answer left, as one text: the rest of the script line as written
+    // (blanks kept; a lone quoted answer loses its quotes), or the answers
+    // joined by one blank. False when none is left.
+    bool restOfAnswers(std::wstring& text);
+    // Answers not read yet.
+    std::size_t answersLeft() const { return answers_.size() - nextAnswer_; }
     // The command that runs, or empty.
     const std::wstring& activeCommand() const { return active_; }
     // The text of the last command that failed.
@@ -90,7 +99,7 @@ public:
 
 private:
     std::vector<AcEditorReactor*> reactors_;
-    std::vector<std::wstring> answers_;
+    std::vector<std::wstring> answers_, tails_;
     std::size_t nextAnswer_ = 0;
     std::wstring active_;
     std::string lastError_;
@@ -105,6 +114,11 @@ void acutSetPrintSink(std::function<void(const std::wstring&)> sink);
 
 // Runs a script: one command and its answers per line, separated by blanks
 // (quoted answers may hold blanks); empty lines and lines starting with ';'
-// are skipped. Returns the number of commands that failed; `errors` gets one
-// message per failure ("script:LINE: ...").
-int acedRunScript(const std::wstring& text, const std::string& scriptName, std::vector<std::string>* errors = nullptr);
+// are skipped. A line fails when its command is unknown or fails; a
+// cancelled command is not a failure.
+struct AcedScriptResult {
+    int commands = 0;                 // lines that named a command, failed ones included
+    int failed = 0;
+    std::vector<std::string> errors;  // one per failure: "SCRIPT:LINE: NAME: reason"
+};
+AcedScriptResult acedRunScript(const std::wstring& text, const std::string& scriptName, bool stopAtFirstFailure = false);

@@ -37,7 +37,11 @@ std::string baseName(const char* path)
 
 std::map<std::wstring, const std::map<int, std::wstring>*>& tables()
 {
-    static std::map<std::wstring, const std::map<int, std::wstring>*> t;
+    // The tools library's own texts are always there.
+    static const std::map<int, std::wstring> tools = {
+        {14111, L"Le standard de calques n'est pas modifiable dans un jeu de dessins."},
+    };
+    static std::map<std::wstring, const std::map<int, std::wstring>*> t = {{L"ZEFTTOOLS", &tools}};
     return t;
 }
 

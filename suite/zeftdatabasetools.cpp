@@ -1,6 +1,7 @@
 #include "suite/zeftdatabasetools.h"
 
 #include "suite/wybase.h"
+#include "suite/zeftprojecteditor.h"
 
 namespace {
 
@@ -95,4 +96,10 @@ int ZEFTDatabaseTools::appendToDictionary(const wchar_t* dictName, AcDbObject* o
         id = newId;
         return int(eOk);
     });
+}
+
+bool ZEFTDatabaseTools::GetIsDrawingSet(AcDbDatabase* db)
+{
+    ZEFTProjectSettings settings;
+    return ZEFTProjectEditor::getSettings(db ? db : acdbWorkingDatabase(), settings) == Acad::eOk && settings.drawingSet;
 }

@@ -43,6 +43,10 @@ public:
     // stays the caller's to delete) and a host error status is returned; a
     // drawing that cannot hold dictionaries (R12 and older) gives
     // eNotApplicable.
+    // Whether the drawing (the working database when null) is a drawing
+    // set, as its project says; false without a project.
+    static bool GetIsDrawingSet(AcDbDatabase* db = nullptr);
+
     static int appendToDictionary(const wchar_t* dictName, AcDbObject* obj, AcDbObjectId& id, AcApDocument* doc,
                                   const wchar_t* key, int flag);
 };

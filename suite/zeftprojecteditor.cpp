@@ -168,7 +168,8 @@ Status ZEFTProjectEditor::getSettings(AcDbDatabase* db, ZEFTProjectSettings& set
         ResBufList chain;
         ProjectData d;
         if (!readChain(p.record, chain) || !parseProject(chain, d)) return Acad::eNotThatKindOfClass;
-        settings = {d.projectName, d.buildingName, d.workingMode, d.modelRulesActive, d.activeView, d.selectedView};
+        settings = {d.projectName, d.buildingName, d.workingMode, d.modelRulesActive, d.drawingSet, d.activeView,
+                    d.selectedView};
         return eOk;
     });
 }
@@ -199,6 +200,12 @@ Status ZEFTProjectEditor::setModelRulesActive(AcDbDatabase* db, bool active)
 {
     ZEFT_GUARD("ZEFTProjectEditor::setModelRulesActive", Status(Acad::eInvalidInput),
                { return updateProject(db, [&](ProjectData& d) { d.modelRulesActive = active; }); });
+}
+
+Status ZEFTProjectEditor::setDrawingSet(AcDbDatabase* db, bool drawingSet)
+{
+    ZEFT_GUARD("ZEFTProjectEditor::setDrawingSet", Status(Acad::eInvalidInput),
+               { return updateProject(db, [&](ProjectData& d) { d.drawingSet = drawingSet; }); });
 }
 
 Status ZEFTProjectEditor::setActiveView(AcDbDatabase* db, AcDbObjectId viewId)

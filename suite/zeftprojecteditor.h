@@ -29,6 +29,7 @@ struct ZEFTProjectSettings {
     std::wstring projectName, buildingName;
     std::int32_t workingMode = -1;  // 0 level, 1 view, another value neither
     bool modelRulesActive = true;
+    bool drawingSet = false;
     AcDbObjectId activeView, selectedView;  // null when none
 };
 
@@ -58,6 +59,7 @@ public:
     static Acad::ErrorStatus setBuildingName(AcDbDatabase* db, const std::wstring& name);
     static Acad::ErrorStatus setWorkingMode(AcDbDatabase* db, std::int32_t mode);
     static Acad::ErrorStatus setModelRulesActive(AcDbDatabase* db, bool active);
+    static Acad::ErrorStatus setDrawingSet(AcDbDatabase* db, bool drawingSet);
     // A level or view of the project, or null for none.
     static Acad::ErrorStatus setActiveView(AcDbDatabase* db, AcDbObjectId viewId);
 

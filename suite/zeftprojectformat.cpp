@@ -29,6 +29,7 @@ bool parseProject(const ResBufList& chain, ProjectData& out)
         case kSecondTextCode: d.buildingName = item.str; break;
         case kModeCode: d.workingMode = item.rlong(); break;
         case kModelRulesCode: d.modelRulesActive = item.integer != 0; break;
+        case kDrawingSetCode: d.drawingSet = item.integer != 0; break;
         case kActiveCode: d.activeView = live(item); break;
         case kSelectedCode: d.selectedView = live(item); break;
         default: break;
@@ -43,6 +44,8 @@ ResBufList projectChain(const ProjectData& d)
     ResBufList chain = {ResBuf::int16(kKindCode, kProject), ResBuf::text(kTextCode, d.projectName),
                         ResBuf::text(kSecondTextCode, d.buildingName), ResBuf::int32(kModeCode, d.workingMode),
                         ResBuf::int16(kModelRulesCode, d.modelRulesActive ? 1 : 0)};
+    // Written only when set, so that projects that are not drawing sets keep their records as they were.
+    if (d.drawingSet) chain.push_back(ResBuf::int16(kDrawingSetCode, 1));
     if (!d.activeView.isNull()) chain.push_back(ResBuf::objectId(kActiveCode, d.activeView));
     if (!d.selectedView.isNull()) chain.push_back(ResBuf::objectId(kSelectedCode, d.selectedView));
     return chain;

@@ -29,6 +29,7 @@ enum Code : short {
     kPlanCode = 302,         // plan name of a level or view
     kModeCode = 90,
     kModelRulesCode = 290,
+    kDrawingSetCode = 291,   // project: the drawing is a drawing set
     kActiveCode = 340,       // project: active view
     kSelectedCode = 341,     // project: view chosen by selectView
     kPointerCode = 340,      // lists: one entry (layer, mould entity, bound object)
@@ -40,6 +41,7 @@ struct ProjectData {
     std::wstring projectName, buildingName;
     std::int32_t workingMode = -1;
     bool modelRulesActive = true;
+    bool drawingSet = false;
     AcDbObjectId activeView, selectedView;  // null when absent or not in the drawing
 };
 

@@ -5,6 +5,9 @@
 
 #include "host/document.h"
 #include "suite/wybase.h"
+#include "suite/zefttools.h"
+#include "zeftlayermanager/zeftlayermanagerutil.h"
+#include "zeftlayermanager/zeftsmartunlocklayers.h"
 
 ZEFTLayerManagerEditorReactor* gpLayerManagerEditorReactor = nullptr;
 
@@ -53,7 +56,9 @@ void ZEFTLayerManagerEditorReactor::endDeepClone(AcDbIdMapping& idMap)
 {
     ZEFT_GUARD_VOID("ZEFTLayerManagerEditorReactor::endDeepClone", {
         ResBuf tilemode, cvport;
-        if (!acedGetVar(L"TILEMODE", tilemode) || !acedGetVar(L"CVPORT", cvport)) return;
+        if (!ZEFTAcadSystemTools::getSysVar(L"TILEMODE", tilemode) ||
+            !ZEFTAcadSystemTools::getSysVar(L"CVPORT", cvport))
+            return;
         if (tilemode.rint() != 0 || cvport.rint() == 1) return;
         // Copies made through a floating viewport keep the layers of their sources.
         AcDbIdMappingIter it(idMap);
@@ -98,23 +103,60 @@ void ZEFTLayerManagerEditorReactor::unlock(const wchar_t* commandName, AcDbObjec
 
 bool ZEFTLayerManagerEditorReactor::filterCommandOut(const wchar_t* commandName)
 {
-    static const wchar_t* const kFiltered[] = {L"U", L"UNDO", L"EXPLODE", L"ZEFTDEXPORT", L"ZEFTPEXPORT", L"COPYCLIP",
-                                               L"BREAK", L"BEDIT", L"REFEDIT", L"QSAVE", L"SAVE", L"ZEFTDBCONNECT",
-                                               L"zeftcreatedrawingset"};
-    std::wstring name = acdbToUpper(commandName ? commandName : L"");
-    for (const wchar_t* f : kFiltered)
-        if (acdbToUpper(f) == name) return true;
-    return false;
+    ZEFT_GUARD("ZEFTLayerManagerEditorReactor::filterCommandOut", false, {
+        // Commands whose results keep their layers: undoing, exploding,
+        // saving, exporting, editing blocks and references.
+        static const wchar_t* const kBefore[] = {L"U",        L"UNDO",  L"EXPLODE", L"ZEFTDEXPORT",
+                                                 L"ZEFTPEXPORT", L"COPYCLIP", L"BREAK", L"BEDIT",
+                                                 L"REFEDIT",  L"QSAVE", L"SAVE"};
+        static const wchar_t* const kAfter[] = {L"ZEFTDBCONNECT", L"zeftcreatedrawingset"};
+        for (const wchar_t* c : kBefore)
+            if (ZEFTAcadSystemTools::isCommand(commandName, c)) return true;
+        if (WyAutoTestUtils::IsATExport()) return true;
+        for (const wchar_t* c : kAfter)
+            if (ZEFTAcadSystemTools::isCommand(commandName, c)) return true;
+        return false;
+    });
 }
 
 void ZEFTLayerManagerEditorReactor::process(const wchar_t* commandName, bool force)
 {
-    if (!force && m_lockCount > 0) return;
-    // Re-layering the collected entities comes with the rule evaluation;
-    // until then a command end only closes the collection.
-    (void)filterCommandOut(commandName);
-    m_objectsToProcess.setLogicalLength(0);
-    m_currentObjectId.setNull();
+    ZEFT_GUARD_VOID("ZEFTLayerManagerEditorReactor::process", {
+        if (!force && m_lockCount > 0) return;
+        if (m_objectsToProcess.isEmpty()) {
+            m_currentObjectId.setNull();
+            return;
+        }
+        if (filterCommandOut(commandName)) {
+            m_objectsToProcess.setLogicalLength(0);
+            m_currentObjectId.setNull();
+            return;
+        }
+        ApplicationContext context;
+        ZEFTLayerManagerUtil::getApplicationContext(context, m_objectsToProcess.first().database(), commandName,
+                                                    AcDbObjectId());
+        if (m_currentObjectId.isValid()) context.activeObjectId = m_currentObjectId;
+        {
+            ZEFTSmartUnlockLayers unlockLayers;
+            // One group per target layer, in the order the layers first appear.
+            AcDbObjectIdArray layerIds;
+            std::vector<AcDbObjectIdArray> groups;
+            for (const AcDbObjectId& id : m_objectsToProcess) {
+                const AcDbObjectId target = ZEFTLayerManagerUtil::processEntityLayerRules(id, context);
+                if (!target.isValid()) continue;
+                const int k = layerIds.find(target);
+                if (k < 0) {
+                    layerIds.append(target);
+                    groups.emplace_back().append(id);
+                } else {
+                    groups[std::size_t(k)].append(id);
+                }
+            }
+            ZEFTLayerManagerUtil::addLayersToActiveObject(layerIds, groups, context);
+            m_currentObjectId.setNull();
+            m_objectsToProcess.setLogicalLength(0);
+        }
+    });
 }
 
 ZEFTLayerManagerDatabaseReactor::~ZEFTLayerManagerDatabaseReactor() = default;

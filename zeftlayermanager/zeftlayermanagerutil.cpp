@@ -19,6 +19,7 @@
 #include "suite/zeftmouldentities.h"
 #include "suite/zeftproject.h"
 #include "zeftlayermanager/zeftfilerw.h"
+#include "zeftlayermanager/zeftlayermanagereditorreactor.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftlayerstandard.h"
 #include "zeftlayermanager/zeftruleenum.h"
@@ -547,8 +548,15 @@ void ZEFTLayerManagerUtil::changeLayerStandard(const std::wstring& fileName, boo
             m_gbUseRuleFromDictionaryIngetEntityLayerName = true;
         } else {
             if (AcDbDictionary* dict = ZEFTDatabaseTools::openDictionary(kDictionaryName, AcDb::kForWrite, db, 0)) {
-                // The preview standard is detached, not erased, as the drawing's own was kept.
-                dict->remove(kStandardKey);
+                // The preview standard goes with the previewed rules: a detached
+                // object would still be written, pointing at erased ones.
+                AcDbObjectId preview;
+                dict->remove(kStandardKey, preview);
+                AcDbObject* standard = nullptr;
+                if (!preview.isNull() && acdbOpenObject(standard, preview, AcDb::kForWrite) == Acad::eOk) {
+                    standard->erase();
+                    standard->close();
+                }
                 for (const AcDbObjectId& id : previewObjects()) {
                     AcDbObject* obj = nullptr;
                     if (dict->has(id) && acdbOpenObject(obj, id, AcDb::kForWrite) == Acad::eOk) {
@@ -955,5 +963,22 @@ void ZEFTLayerManagerUtil::getFunctionHelpStrings(const std::vector<std::wstring
                 }
             helps.push_back(WyPrompts::getPrompt(L"ZEFTLAYERMANAGER", prompt));
         }
+    });
+}
+
+// ===========================================================================
+// Deferring the re-layering across commands
+
+void ZEFTLayerManagerUtil::lock(const wchar_t* commandName)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::lock", {
+        if (gpLayerManagerEditorReactor) gpLayerManagerEditorReactor->lock(commandName);
+    });
+}
+
+void ZEFTLayerManagerUtil::unlock(const wchar_t* commandName, AcDbObjectId objectId)
+{
+    ZEFT_GUARD_VOID("ZEFTLayerManagerUtil::unlock", {
+        if (gpLayerManagerEditorReactor) gpLayerManagerEditorReactor->unlock(commandName, objectId);
     });
 }

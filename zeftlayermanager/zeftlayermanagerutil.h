@@ -210,6 +210,17 @@ public:
     static void getFunctionHelpStrings(const std::vector<std::wstring>& names, std::vector<std::wstring>& helps);
 
     // ------------------------------------------------------------------
+    // Deferring the re-layering across commands
+    // ------------------------------------------------------------------
+
+    // From lock to the matching unlock, command ends re-layer nothing: what
+    // the commands append accumulates, and unlock re-layers it all under
+    // commandName, with objectId (may be null) as the active object. Pairs
+    // nest. The module must be loaded.
+    static void lock(const wchar_t* commandName);
+    static void unlock(const wchar_t* commandName, AcDbObjectId objectId);
+
+    // ------------------------------------------------------------------
     // Standard swapping state
     // ------------------------------------------------------------------
 

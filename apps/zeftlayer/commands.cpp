@@ -228,9 +228,13 @@ const std::map<std::string, Command>& commands()
           "names, working mode, levels and draft views with the entities each holds,\n"
           "the active view, what image entities show, and the mould lists.\n\n"
           "  show [--json]                 print all of it\n"
-          "  set [--project NAME] [--building NAME] [--mode level|view|none]\n"
-          "      [--model-rules on|off] [--active LEVEL_OR_VIEW]\n"
-          "                                change the project (--active \"\" for none)\n"
+          "  set [--project NAME] [--building NAME] [--mode level|view|doc|none]\n"
+          "      [--model-rules on|off] [--active LEVEL_OR_VIEW] [--drawing-set yes|no]\n"
+          "                                change the project (--active \"\" for none);\n"
+          "                                the mode picks the standard's rule: level and\n"
+          "                                view the Model rule, doc the Doc rule, none no\n"
+          "                                rule; a drawing set cannot have its layer\n"
+          "                                standard edited\n"
           "  level add NAME [--plan TEXT]  add a level\n"
           "  view add NAME [--type TEXT] [--plan TEXT]\n"
           "                                add a draft view\n"
@@ -252,6 +256,31 @@ const std::map<std::string, Command>& commands()
           "error nothing is written. The format is described in docs/project.md.\n\n"
           "  -o, --output OUT   write the result to OUT\n",
           &cmdProject}},
+        {"run",
+         {"run a script of drawing commands, re-layering at each command end",
+          "zeftlayer run DRAWING SCRIPT (-o OUT | --in-place) [--keep-going]",
+          "Loads the layer manager, opens DRAWING and runs the commands of SCRIPT one\n"
+          "after the other, as typed at a CAD command line: what each command appends\n"
+          "goes onto the layers the drawing's standard gives when the command ends.\n"
+          "SCRIPT is UTF-8 text, one command per line, its name in any case followed\n"
+          "by its answers separated by blanks (\"quotes\" for an answer with blanks);\n"
+          "blank lines and lines starting with ';' are skipped. For example:\n\n"
+          "    LAYER make Walls\n"
+          "    LINE 0,0 10,0 10,5\n"
+          "    CIRCLE 5,5 2\n"
+          "    ARC 20,20 3 0 90\n"
+          "    TEXT 1,1 2.5 Étage 1\n\n"
+          "The commands and their answers are described in docs/scripts.md; the\n"
+          "answer *cancel* cancels its command as Escape would. A line that fails\n"
+          "(unknown command, bad answer, missing handle) is reported as\n"
+          "SCRIPT:LINE: reason; it stops the run and nothing is written, unless\n"
+          "--keep-going is given. The result is written through a temporary file.\n"
+          "SAVE and QSAVE in the script write the result at once to the same place.\n"
+          "Exit code 1 when a line failed.\n\n"
+          "  -o, --output OUT   write the result to OUT\n"
+          "  --in-place         rewrite DRAWING\n"
+          "  --keep-going       run the lines after a failing one; write the result\n",
+          &cmdRun}},
         {"standards",
          {"list the layer standards of the standards folder",
           "zeftlayer [--data-dir DIR] standards",

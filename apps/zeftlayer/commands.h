@@ -71,6 +71,9 @@ std::string installStandard(AcDbDatabase* db, const std::string& drawing, const 
 // The project object and mould lists of a drawing (project.cpp).
 int cmdProject(const std::vector<std::string>& args);
 
+// A script of host commands on a drawing (run.cpp).
+int cmdRun(const std::vector<std::string>& args);
+
 // The layer each entity would get (names.cpp).
 int cmdNames(const std::vector<std::string>& args);
 // What the layering does with one entity: the layer it puts it on, or why it

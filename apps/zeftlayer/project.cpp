@@ -10,6 +10,7 @@
 #include "host/database.h"
 #include "host/document.h"
 #include "host/dxf/codec.h"
+#include "host/hostcommands.h"
 #include "suite/zeftmouldentities.h"
 #include "suite/zeftprojecteditor.h"
 
@@ -51,28 +52,6 @@ bool parseWindow(const std::string& text, Window& w)
     if (*p) return false;
     w = {std::min(v[0], v[2]), std::min(v[1], v[3]), std::max(v[0], v[2]), std::max(v[1], v[3])};
     return true;
-}
-
-// Every x (groups 10 to 13) of the record with its y lies in the window,
-// and there is at least one.
-bool insideWindow(const AcDbEntity* e, const Window& w)
-{
-    bool any = false, inside = true;
-    int pendingY = -1;
-    e->record().scan([&](int code, std::string_view v) {
-        if (code >= 1000) return false;
-        double d = 0;
-        if (code >= 10 && code <= 13) {
-            if (!dxf::parseDouble(v, d) || d < w.x1 || d > w.x2) inside = false;
-            pendingY = code + 10;
-            any = true;
-        } else if (code == pendingY) {
-            if (!dxf::parseDouble(v, d) || d < w.y1 || d > w.y2) inside = false;
-            pendingY = -1;
-        }
-        return inside;
-    });
-    return any && inside;
 }
 
 // The options of a subcommand, parsed before the drawing is read.
@@ -160,8 +139,10 @@ public:
         if (es == Acad::eInvalidInput) return fail("invalid building name");
         if (es == Acad::eOk && has("--mode")) {
             const std::string& m = o.values.at("--mode");
-            es = E::setWorkingMode(db_, m == "level" ? 0 : m == "view" ? 1 : -1);
+            es = E::setWorkingMode(db_, m == "level" ? 0 : m == "view" ? 1 : m == "doc" ? 2 : -1);
         }
+        if (es == Acad::eOk && has("--drawing-set"))
+            es = E::setDrawingSet(db_, o.values.at("--drawing-set") == "yes");
         if (es == Acad::eOk && has("--model-rules"))
             es = E::setModelRulesActive(db_, o.values.at("--model-rules") == "on");
         if (es == Acad::eOk && has("--active")) es = E::setActiveView(db_, active);
@@ -234,7 +215,7 @@ public:
             if (!e) continue;
             if (std::find(layers.begin(), layers.end(), acdbToUpper(e->layer())) != layers.end()) add(id);
             for (const Window& w : o.windows)
-                if (insideWindow(e.object(), w)) add(id);
+                if (acdbHostPointsInWindow(e.object(), w.x1, w.y1, w.x2, w.y2)) add(id);
         }
         return true;
     }
@@ -309,7 +290,10 @@ private:
     AcDbDatabase* db_;
 };
 
-const char* modeName(std::int32_t mode) { return mode == 0 ? "level" : mode == 1 ? "view" : "none"; }
+const char* modeName(std::int32_t mode)
+{
+    return mode == 0 ? "level" : mode == 1 ? "view" : mode == 2 ? "doc" : "none";
+}
 
 int ProjectCommand::show(bool asJson) const
 {
@@ -344,10 +328,10 @@ int ProjectCommand::show(bool asJson) const
         std::printf("{\n  \"project\": ");
         if (has)
             std::printf("{\"name\": %s, \"building\": %s, \"mode\": %d, \"modelRules\": %s, \"activeView\": %s, "
-                        "\"selectedView\": %s}",
+                        "\"selectedView\": %s, \"drawingSet\": %s}",
                         jsonString(s.projectName).c_str(), jsonString(s.buildingName).c_str(), s.workingMode,
                         s.modelRulesActive ? "true" : "false", view(s.activeView).c_str(),
-                        view(s.selectedView).c_str());
+                        view(s.selectedView).c_str(), s.drawingSet ? "true" : "false");
         else
             std::printf("null");
         for (Kind kind : {Kind::kLevel, Kind::kView}) {
@@ -406,6 +390,7 @@ int ProjectCommand::show(bool asJson) const
         std::printf("Building:       %s\n", toUtf8(s.buildingName).c_str());
         std::printf("Working mode:   %s (%d)\n", modeName(s.workingMode), s.workingMode);
         std::printf("Model rules:    %s\n", s.modelRulesActive ? "on" : "off");
+        std::printf("Drawing set:    %s\n", s.drawingSet ? "yes" : "no");
         std::printf("Active view:    %s\n", viewText(s.activeView).c_str());
         std::printf("Selected view:  %s\n", viewText(s.selectedView).c_str());
     } else {
@@ -531,13 +516,16 @@ int cmdProject(const std::vector<std::string>& argsIn)
         if (int rc = readOnly(); rc != kSuccess) return rc;
         action = Action::Show;
     } else if (sub == "set") {
-        if (int rc = parse(0, {"--project", "--building", "--mode", "--model-rules", "--active"}, false, false); rc)
+        if (int rc = parse(0, {"--project", "--building", "--mode", "--model-rules", "--active", "--drawing-set"}, false,
+                           false); rc)
             return rc;
         if (!o.positional.empty()) return usage("set: unexpected argument '" + o.positional[0] + "'");
         if (o.values.empty()) return usage("set: nothing to set");
         if (o.values.count("--mode") && o.values["--mode"] != "level" && o.values["--mode"] != "view" &&
-            o.values["--mode"] != "none")
-            return usage("--mode must be level, view or none, not '" + o.values["--mode"] + "'");
+            o.values["--mode"] != "doc" && o.values["--mode"] != "none")
+            return usage("--mode must be level, view, doc or none, not '" + o.values["--mode"] + "'");
+        if (o.values.count("--drawing-set") && o.values["--drawing-set"] != "yes" && o.values["--drawing-set"] != "no")
+            return usage("--drawing-set must be yes or no, not '" + o.values["--drawing-set"] + "'");
         if (o.values.count("--model-rules") && o.values["--model-rules"] != "on" && o.values["--model-rules"] != "off")
             return usage("--model-rules must be on or off, not '" + o.values["--model-rules"] + "'");
         action = Action::Set;

@@ -70,7 +70,9 @@ class ProjectCli(unittest.TestCase):
         self.ok(p, "level", "assign", "niveau 1", "--window", ",".join(map(str, WINDOW)))
         doors = self.handles("INSERT")
         self.ok(p, "view", "assign", "Coupe A", "--handle", doors[0], "--handle", doors[1].lower())
-        self.ok(p, "set", "--active", "Niveau 1", "--model-rules", "off")
+        self.ok(p, "set", "--active", "Niveau 1", "--model-rules", "off", "--mode", "doc", "--drawing-set", "yes")
+        self.assertIn("Working mode:   doc (2)", self.ok(p, "show"))
+        self.ok(p, "set", "--mode", "level")
         columns = self.handles("CIRCLE")
         self.ok(p, "mould", "MouleList", "add", *columns)
         self.ok(p, "mould", "MouleList", "remove", columns[2])
@@ -82,7 +84,8 @@ class ProjectCli(unittest.TestCase):
         shown = self.show(p)
         self.assertEqual(shown["project"], {
             "name": "Résidence les Tilleuls", "building": "Bâtiment A", "mode": 0, "modelRules": False,
-            "activeView": {"kind": "level", "name": "Niveau 1", "handle": level1}, "selectedView": None})
+            "activeView": {"kind": "level", "name": "Niveau 1", "handle": level1}, "selectedView": None,
+            "drawingSet": True})
         levels = {x["name"]: x for x in shown["levels"]}
         self.assertEqual(sorted(levels["Niveau 0"]["entities"]), sorted(walls))
         self.assertEqual(levels["Niveau 0"]["plan"], "RDC")
@@ -100,7 +103,7 @@ class ProjectCli(unittest.TestCase):
         project = doc.rootdict["ZEFT_PROJECT"]
         self.assertEqual(list(project.keys()), ["PROJECT", "LEVEL:Niveau 0", "LEVEL:Niveau 1", "VIEW:Coupe A"])
         record = [(t.code, t.value) for t in project["PROJECT"].tags]
-        self.assertEqual(record, [(70, 0), (300, "Résidence les Tilleuls"), (301, "Bâtiment A"), (90, 0), (290, 0),
+        self.assertEqual(record, [(70, 0), (300, "Résidence les Tilleuls"), (301, "Bâtiment A"), (90, 0), (290, 0), (291, 1),
                                   (340, level1)])
         self.assertEqual(project["LEVEL:Niveau 1"].dxf.handle, level1)
         self.assertTrue(doc.appids.has_entry("ZEFT_PROJECT"))

@@ -4,6 +4,7 @@
 #include "host/dbclasses.h"
 #include "host/document.h"
 #include "host/filer.h"
+#include "tests/host/builders.h"
 
 #include <gtest/gtest.h>
 
@@ -35,20 +36,6 @@ AcDbObjectId addLine(AcDbDatabase& db, AcGePoint3d a = {}, AcGePoint3d b = {1, 1
     EXPECT_EQ(btr->appendAcDbEntity(id, line), eOk);
     line->close();
     return id;
-}
-
-std::string tagText(std::initializer_list<std::pair<int, std::string>> tags) {
-    std::string out;
-    for (auto& [code, value] : tags) dxf::appendTag(out, code, value, "\n");
-    return out;
-}
-
-// The new-drawing text with CLASS records, and records at the end of a section.
-std::string drawingWith(const std::string& classes, const std::string& section, const std::string& records) {
-    std::string text = AcDbDatabase().dxfText();
-    text.insert(text.find("  0\nENDSEC\n", text.find("  2\n" + section + "\n")), records);
-    const std::string head = "  2\nCLASSES\n";
-    return text.insert(text.find(head) + head.size(), classes);
 }
 
 struct Counter : AcDbDatabaseReactor {

@@ -1,0 +1,167 @@
+#!/usr/bin/python3
+"""`zeftlayer run` on real drawings: a script that draws and edits with every
+kind of host command, read back by ezdxf (entities present, audit clean);
+failing lines that must stop the run and write nothing, or with
+--keep-going write the rest; and usage errors."""
+import os
+import shutil
+import tempfile
+import unittest
+
+import common
+from common import ezdxf
+
+ZEFT = common.program("zeftlayer")
+
+# Sample handles: A0 a wall LINE, C0 a DOOR reference with two attributes, BA another one.
+SCRIPT = """\
+; a small job on the sample plan
+LAYER make Étage
+line 0,0 10,0 10,5
+CIRCLE 5,5 2
+ARC 20,20 3 0 90
+TEXT 1,1 2.5 Étage  du "haut"
+PLINE 0,0 5,0 5,5 close
+INSERT DOOR 1000,1000 2 45
+COPY A0 C0 100,0
+EXPLODE BA
+SELECT layer COLUMNS
+ERASE
+ZEFTDCALC LINE 0,0 3,3
+LINE 0,0 7,7 *cancel*
+TILEMODE 0
+LINE 0,0 50,50
+MSPACE
+PSPACE
+TILEMODE 1
+QSAVE
+U
+"""
+
+# Drawings written by other programs: an R12 drawing and one of LibreCAD.
+CORPUS = ["dxf/ixmilia-dxf/c6b8957/src/Compat/i.r12.dxf",
+          "dxf/LibreCAD/librecad/support/library/power_station/ed85.dxf"]
+
+
+def read_bytes(path):
+    with open(path, "rb") as f:
+        return f.read()
+
+
+class RunCli(unittest.TestCase):
+    def setUp(self):
+        self._tmp = tempfile.TemporaryDirectory(prefix="zeftrun-")
+        self.dir = self._tmp.name
+        self.plan = os.path.join(self.dir, "plan.dxf")
+        shutil.copy(common.SAMPLE, self.plan)
+        self.out = os.path.join(self.dir, "out.dxf")
+
+    def tearDown(self):
+        self._tmp.cleanup()
+
+    def script(self, text, name="job.scr"):
+        path = os.path.join(self.dir, name)
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(text)
+        return path
+
+    def run_zeft(self, *args):
+        return common.run([ZEFT, "run", *args])
+
+    def read_clean(self, path):
+        doc = ezdxf.readfile(path)
+        self.assertEqual(common.audit_errors(doc), [], path)
+        return doc
+
+    def test_script_draws_and_edits_the_sample(self):
+        before = read_bytes(self.plan)
+        proc = self.run_zeft(self.plan, self.script(SCRIPT), "-o", self.out)
+        self.assertEqual(proc.returncode, 0, proc.stderr)
+        self.assertEqual(proc.stderr, "")
+        self.assertIn("20 commands run, 0 failed, 17 entities appended; written to " + self.out, proc.stdout)
+        self.assertEqual(read_bytes(self.plan), before, "the input must not change")
+
+        doc = self.read_clean(self.out)
+        layer = doc.layers.get("Étage")
+        self.assertEqual((layer.dxf.color, layer.dxf.linetype.upper(), layer.dxf.lineweight, layer.dxf.plot),
+                         (7, "CONTINUOUS", -3, 1))
+        self.assertEqual(doc.header["$CLAYER"], "Étage")
+        msp = doc.modelspace()
+        mine = [e for e in msp if e.dxf.layer == "Étage"]
+        self.assertEqual([e.dxftype() for e in mine],
+                         ["LINE", "LINE", "CIRCLE", "ARC", "TEXT", "LWPOLYLINE", "INSERT", "LINE", "LINE"])
+        self.assertEqual(mine[4].dxf.text, 'Étage  du "haut"')
+        self.assertTrue(mine[5].closed)
+        self.assertEqual(sorted(a.dxf.tag for a in mine[6].attribs), ["NUM", "WIDTH"])
+        self.assertEqual(mine[6].dxf.xscale, 2)
+        self.assertNotIn("BA", [e.dxf.handle for e in msp], "the exploded reference is gone")
+        self.assertEqual(len(msp.query("INSERT[name=='DOOR']")), 5 - 1 + 1 + 1)  # one exploded, one copied, one inserted
+        self.assertEqual(len(msp.query("*[layer=='COLUMNS']")), 0, "the selection was erased")
+        wall = doc.entitydb["A0"]
+        copies = [e for e in msp.query("LINE") if int(e.dxf.handle, 16) > 0x116  # the sample's last handle
+                  and e.dxf.start.isclose(wall.dxf.start + (100, 0)) and e.dxf.end.isclose(wall.dxf.end + (100, 0))]
+        self.assertEqual(len(copies), 1)
+        paper = doc.layouts.get("Plan RDC")
+        self.assertEqual(list(paper.query("LINE"))[-1].dxf.end, (50, 50, 0))
+        self.assertEqual(doc.header["$TILEMODE"], 1)
+
+    def test_corpus_drawings(self):
+        for relpath in CORPUS:
+            source = common.corpus_file(relpath)
+            if not source:
+                self.skipTest("the corpus is not there")
+            with self.subTest(relpath):
+                first = next(iter(ezdxf.readfile(source).modelspace())).dxf.handle
+                script = self.script("LAYER make Étage\nLINE 0,0 10,0 10,5\nCIRCLE 5,5 2\nARC 20,20 3 0 90\n"
+                                     f"TEXT 1,1 2.5 Étage\nCOPY {first} 5,5\nERASE {first}\n")
+                proc = self.run_zeft(source, script, "-o", self.out)
+                self.assertEqual(proc.returncode, 0, proc.stderr)
+                doc = self.read_clean(self.out)
+                types = [e.dxftype() for e in doc.modelspace() if e.dxf.layer == "Étage"]
+                self.assertEqual(types, ["LINE", "LINE", "CIRCLE", "ARC", "TEXT"])
+                self.assertNotIn(first, [e.dxf.handle for e in doc.modelspace()])
+
+    def test_a_failing_line_stops_the_run_and_writes_nothing(self):
+        cases = [("BOGUS 1", "unknown command 'BOGUS'"),
+                 ("ERASE FFFFF", "ERASE: no entity with handle FFFFF"),
+                 ("CIRCLE 5;5 2", "CIRCLE: centre: '5;5' is not a point"),
+                 ("LAYER set NOPE", "LAYER: no layer 'NOPE'")]
+        for line, reason in cases:
+            with self.subTest(line):
+                script = self.script(f"LINE 0,0 1,1\n\n{line}\nCIRCLE 0,0 1\n")
+                proc = self.run_zeft(self.plan, script, "-o", self.out)
+                self.assertEqual(proc.returncode, 1)
+                self.assertIn(f"{script}:3: {reason}", proc.stderr)
+                self.assertIn("nothing written", proc.stderr)
+                self.assertFalse(os.path.exists(self.out))
+
+                proc = self.run_zeft(self.plan, script, "-o", self.out, "--keep-going")
+                self.assertEqual(proc.returncode, 1)
+                self.assertIn(f"{script}:3: {reason}", proc.stderr)
+                self.assertIn("3 commands run, 1 failed, 2 entities appended", proc.stdout)
+                self.read_clean(self.out)
+                os.remove(self.out)
+
+    def test_in_place_and_usage(self):
+        script = self.script("CIRCLE 5,5 2\n")
+        before = read_bytes(self.plan)
+        self.assertEqual(self.run_zeft(self.plan, script, "-o", self.out, "--in-place").returncode, 2)
+        self.assertEqual(self.run_zeft(self.plan, script).returncode, 2)
+        self.assertEqual(self.run_zeft(self.plan, "-o", self.out).returncode, 2)
+        self.assertEqual(self.run_zeft(self.plan, script, "-o", self.out, "--bogus").returncode, 2)
+        for args in ([os.path.join(self.dir, "none.dxf"), script], [self.plan, os.path.join(self.dir, "none.scr")]):
+            proc = self.run_zeft(*args, "-o", self.out)
+            self.assertEqual(proc.returncode, 1)
+            self.assertEqual(len(proc.stderr.splitlines()), 1, proc.stderr)
+            self.assertIn("none.", proc.stderr)
+        self.assertEqual(read_bytes(self.plan), before)
+        self.assertFalse(os.path.exists(self.out))
+
+        proc = self.run_zeft(self.plan, script, "--in-place")
+        self.assertEqual(proc.returncode, 0, proc.stderr)
+        self.assertEqual(len(self.read_clean(self.plan).modelspace().query("CIRCLE")),
+                         len(ezdxf.readfile(common.SAMPLE).modelspace().query("CIRCLE")) + 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
