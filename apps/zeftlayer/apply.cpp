@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <set>
 #include <sstream>
 
@@ -23,6 +24,8 @@
 #include "host/dbsymtb.h"
 #include "host/document.h"
 #include "host/dxf/codec.h"
+#include "suite/zeftproject.h"
+#include "suite/zeftprojecteditor.h"
 #include "suite/zeftregistrytools.h"
 #include "zeftlayermanager/zeftlayermanagereditorreactor.h"
 #include "zeftlayermanager/zeftlayermanagerutil.h"
@@ -106,11 +109,28 @@ void relayer(AcDbDatabase* db, DrawingResult& r, bool allRows)
     }
     const std::vector<AcDbObjectId> layersBefore = layerIds(db);
 
-    AcDbObjectIdArray collected;
-    collected.assign(ids.begin(), ids.end());
-    gpLayerManagerEditorReactor->lock(kCommandName);
-    gpLayerManagerEditorReactor->addObjectsToProcess(collected);
-    gpLayerManagerEditorReactor->unlock(kCommandName, AcDbObjectId());
+    // At a command end the layering names the level being worked on; so that
+    // each entity gets its own level, the entities of each level go through
+    // with that level active, as if drawn there, and the active level is put
+    // back afterwards.
+    std::map<AcDbObjectId, AcDbObjectIdArray> byLevel;
+    AcDbObjectId active;
+    std::unique_ptr<ZEFTProjectObject> project = zeftGetProjectObject(db);
+    std::int32_t mode = -1;
+    const bool perLevel = project && project->getWorkingMode(mode) && mode == 0 && project->getActiveView(active);
+    for (const AcDbObjectId& id : ids) {
+        AcDbObjectId level;
+        if (perLevel && !project->getViewOfObject(id, level)) level = AcDbObjectId();
+        byLevel[level.isNull() ? active : level].append(id);
+    }
+    project.reset();
+    for (const auto& [level, group] : byLevel) {
+        if (perLevel) ZEFTProjectEditor::setActiveView(db, level);
+        ZEFTLayerManagerUtil::lock(kCommandName);
+        gpLayerManagerEditorReactor->addObjectsToProcess(group);
+        ZEFTLayerManagerUtil::unlock(kCommandName, AcDbObjectId());
+    }
+    if (perLevel) ZEFTProjectEditor::setActiveView(db, active);
 
     std::map<AcDbObjectId, std::wstring> names;
     const AcDbObjectId zero = db->layerZero();
@@ -126,17 +146,22 @@ void relayer(AcDbDatabase* db, DrawingResult& r, bool allRows)
             }
         }
         std::string reason;
+        bool placedOnZero = false;  // by the layering, for want of a layer
         if (after != before[i]) {
             ++r.moved;
             r.plan[layerName(after, names)][layerName(before[i], names)] += 1;
             if (after == zero) reason = whyOnZero(db, ids[i]);
+            placedOnZero = after == zero;
         } else {
             reason = whyLeftAlone(db, ids[i]);
-            if (reason.empty()) reason = after == zero ? whyOnZero(db, ids[i]) : kAlready;
+            if (reason.empty()) {
+                reason = after == zero ? whyOnZero(db, ids[i]) : kAlready;
+                placedOnZero = reason != kAlready;
+            }
             ++r.left[reason];
         }
-        // Entities left on "0" by a failure are always listed.
-        if (allRows || (after == zero && !reason.empty() && reason != kAlready))
+        // Entities the layering leaves on "0" are always listed.
+        if (allRows || placedOnZero)
             r.rows.push_back({ids[i].handle().str(), className, layerName(before[i], names), layerName(after, names),
                               reason});
     }
@@ -426,6 +451,8 @@ public:
                            std::to_string(running) + " running";
         if (!last.empty()) line += "; done: " + last;
         if (int(line.size()) > width - 1) line.resize(std::size_t(width - 1));
+        if (line == shown_) return;
+        shown_ = line;
         std::fprintf(stderr, "\r%s\033[K", line.c_str());
         std::fflush(stderr);
     }
@@ -444,6 +471,7 @@ public:
 private:
     std::size_t total_;
     bool tty_;
+    std::string shown_;
 };
 
 DrawingResult collect(Worker& w, const std::string& input, const std::string& output)
