@@ -150,8 +150,9 @@ void relayer(AcDbDatabase* db, DrawingResult& r, bool allRows)
         if (after != before[i]) {
             ++r.moved;
             r.plan[layerName(after, names)][layerName(before[i], names)] += 1;
-            if (after == zero) reason = whyOnZero(db, ids[i]);
-            placedOnZero = after == zero;
+            // A rule may name layer "0" itself: then it is a move like any other.
+            if (after == zero && (reason = whyOnZero(db, ids[i])) == kAlready) reason.clear();
+            placedOnZero = !reason.empty();
         } else {
             reason = whyLeftAlone(db, ids[i]);
             if (reason.empty()) {
@@ -327,14 +328,19 @@ void printSummary(const DrawingResult& r, bool dryRun)
         for (const auto& [why, n] : r.left)
             if (why != kAlready) std::printf("    %6zu  %s\n", n, why.c_str());
     }
-    std::size_t shown = 0;
-    for (const EntityRow& e : r.rows) {
-        if (e.to != L"0" || e.reason.empty() || e.reason == kAlready) continue;
-        if (shown++ == 0) std::printf("  On layer \"0\":\n");
-        if (shown <= 20)
-            std::printf("    %-8s %s  (%s)\n", e.handle.c_str(), toUtf8(e.className).c_str(), e.reason.c_str());
+    // Entities the layering moved to "0", by reason (those already there are
+    // among the ones left); those whose layer could not be made are named.
+    std::map<std::string, std::vector<const EntityRow*>> onZero;
+    for (const EntityRow& e : r.rows)
+        if (e.to == L"0" && e.from != L"0" && !e.reason.empty()) onZero[e.reason].push_back(&e);
+    if (!onZero.empty()) std::printf("  Put on layer \"0\":\n");
+    for (const auto& [why, rows] : onZero) {
+        std::printf("    %6zu  %s\n", rows.size(), why.c_str());
+        if (why.find("cannot be made") == std::string::npos) continue;
+        for (std::size_t i = 0; i < rows.size() && i < 20; ++i)
+            std::printf("            %-8s %s\n", rows[i]->handle.c_str(), toUtf8(rows[i]->className).c_str());
+        if (rows.size() > 20) std::printf("            ... and %zu more (see --report)\n", rows.size() - 20);
     }
-    if (shown > 20) std::printf("    ... and %zu more (see --report)\n", shown - 20);
 }
 
 std::string csvField(const std::string& s)
