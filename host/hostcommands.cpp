@@ -721,16 +721,9 @@ void cmdLayer()
     AcDbObjectId id = table->hostLookup(name);
     if (op == L"make" && id.isNull()) {
         if (!acdbIsValidSymbolName(name)) fail(quoted(name) + " is not a valid layer name");
-        // A new layer has the defaults, whatever layer "0" looks like.
+        // A new layer's defaults, whatever layer "0" looks like; its linetype must exist.
         std::unique_ptr<AcDbLayerTableRecord> rec(d.db->newLayerRecord());
         rec->setName(name.c_str());
-        rec->setIsOff(false);
-        rec->setIsFrozen(false);
-        rec->setVPDFLT(false);
-        rec->setIsLocked(false);
-        rec->setIsPlottable(true);
-        rec->setColorIndex(7);
-        rec->setLineWeight(-3);
         rec->setLinetypeObjectId(d.db->continuousLinetype());
         AcDbObjectPointer<AcDbSymbolTable> writable(d.db->layerTableId(), AcDb::kForWrite);
         if (!writable) fail("cannot open the layer table");

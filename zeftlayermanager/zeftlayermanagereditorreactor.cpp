@@ -1,12 +1,14 @@
 #include "zeftlayermanager/zeftlayermanagereditorreactor.h"
 
 #include <algorithm>
+#include <optional>
 #include <cwctype>
 
 #include "host/document.h"
 #include "suite/wybase.h"
 #include "suite/zefttools.h"
 #include "zeftlayermanager/zeftlayermanagerutil.h"
+#include "zeftlayermanager/zeftresolutionbatch.h"
 #include "zeftlayermanager/zeftsmartunlocklayers.h"
 
 ZEFTLayerManagerEditorReactor* gpLayerManagerEditorReactor = nullptr;
@@ -141,6 +143,7 @@ void ZEFTLayerManagerEditorReactor::process(const wchar_t* commandName, bool for
             // One group per target layer, in the order the layers first appear.
             AcDbObjectIdArray layerIds;
             std::vector<AcDbObjectIdArray> groups;
+            std::optional<ZEFTResolutionBatch> batch(std::in_place, context.database);
             for (const AcDbObjectId& id : m_objectsToProcess) {
                 const AcDbObjectId target = ZEFTLayerManagerUtil::processEntityLayerRules(id, context);
                 if (!target.isValid()) continue;
@@ -152,6 +155,8 @@ void ZEFTLayerManagerEditorReactor::process(const wchar_t* commandName, bool for
                     groups[std::size_t(k)].append(id);
                 }
             }
+            // The project is told afresh: it changes its own records.
+            batch.reset();
             ZEFTLayerManagerUtil::addLayersToActiveObject(layerIds, groups, context);
             m_currentObjectId.setNull();
             m_objectsToProcess.setLogicalLength(0);

@@ -22,6 +22,7 @@
 #include "zeftlayermanager/zeftlayermanagereditorreactor.h"
 #include "zeftlayermanager/zeftlayerrule.h"
 #include "zeftlayermanager/zeftlayerstandard.h"
+#include "zeftlayermanager/zeftresolutionbatch.h"
 #include "zeftlayermanager/zeftruleenum.h"
 #include "zeftlayermanager/zeftruleexception.h"
 #include "zeftlayermanager/zeftrulefunction.h"
@@ -127,8 +128,11 @@ AcDbObjectId ZEFTLayerManagerUtil::getStandardFromDictionary(AcDbDatabase* db)
 {
     ZEFT_GUARD("ZEFTLayerManagerUtil::getStandardFromDictionary", AcDbObjectId(), {
         if (!db) return AcDbObjectId();
+        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(db);
+        if (batch && batch->standard) return *batch->standard;
         AcDbObjectId id;
-        if (ZEFTDatabaseTools::getFromDictionary(kDictionaryName, kStandardKey, id, db) != Acad::eOk) return AcDbObjectId();
+        if (ZEFTDatabaseTools::getFromDictionary(kDictionaryName, kStandardKey, id, db) != Acad::eOk) id = AcDbObjectId();
+        if (batch) batch->standard = id;
         return id;
     });
 }
@@ -159,44 +163,71 @@ std::wstring ZEFTLayerManagerUtil::getFieldsSeparator(AcDbDatabase* db)
     // "_" is the separator of a drawing without standard; names still join.
     ZEFT_GUARD("ZEFTLayerManagerUtil::getFieldsSeparator", std::wstring(L"_"), {
         if (!db) return std::wstring(L"_");
+        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(db);
+        if (batch && batch->separator) return *batch->separator;
         AcDbObjectPointer<ZEFTLayerStandard> standard(getStandardFromDictionary(db), AcDb::kForRead);
-        if (!standard) return std::wstring(L"_");
-        return standard->getSeparator();
+        std::wstring separator = standard ? standard->getSeparator() : std::wstring(L"_");
+        if (batch) batch->separator = separator;
+        return separator;
     });
 }
+
+namespace {
+// The rule of the drawing's standard that applies in ctx.
+bool getRuleFromDictionaryUncached(AcDbDatabase* db, const ApplicationContext& ctx, std::vector<RuleField>& fields)
+{
+    AcDbObjectPointer<ZEFTLayerStandard> standard(Util::getStandardFromDictionary(db), AcDb::kForRead);
+    if (!standard) return false;
+    AcDbObjectId ruleId;
+    if (ctx.workingMode == 0 || ctx.workingMode == 1) ruleId = standard->getModelRule();
+    else if (ctx.workingMode == 2) ruleId = standard->getDocRule();
+    else return false;
+    // Drafting overrides the working mode, but only when there is one.
+    if (ctx.draftContext) ruleId = standard->getDraftRule();
+    standard.close();
+
+    AcDbObjectPointer<ZEFTLayerRule> rule(ruleId, AcDb::kForRead);
+    if (!rule) return false;
+    rule->getFields(fields);
+    return true;
+}
+}  // namespace
 
 bool ZEFTLayerManagerUtil::getRuleFromDictionary(AcDbDatabase* db, const ApplicationContext& ctx,
                                                  std::vector<RuleField>& fields)
 {
     ZEFT_GUARD("ZEFTLayerManagerUtil::getRuleFromDictionary", false, {
         if (!db) return false;
-        AcDbObjectPointer<ZEFTLayerStandard> standard(getStandardFromDictionary(db), AcDb::kForRead);
-        if (!standard) return false;
-        AcDbObjectId ruleId;
-        if (ctx.workingMode == 0 || ctx.workingMode == 1) ruleId = standard->getModelRule();
-        else if (ctx.workingMode == 2) ruleId = standard->getDocRule();
-        else return false;
-        // Drafting overrides the working mode, but only when there is one.
-        if (ctx.draftContext) ruleId = standard->getDraftRule();
-        standard.close();
-
-        AcDbObjectPointer<ZEFTLayerRule> rule(ruleId, AcDb::kForRead);
-        if (!rule) return false;
-        rule->getFields(fields);
-        return true;
+        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(db);
+        const std::pair<bool, int> key(ctx.draftContext, ctx.workingMode);
+        if (batch) {
+            if (auto it = batch->rules.find(key); it != batch->rules.end()) {
+                if (it->second.first) fields = it->second.second;
+                return it->second.first;
+            }
+            auto& slot = batch->rules[key];
+            slot.first = getRuleFromDictionaryUncached(db, ctx, slot.second);
+            if (slot.first) fields = slot.second;
+            return slot.first;
+        }
+        return getRuleFromDictionaryUncached(db, ctx, fields);
     });
 }
+
 
 AcDbObjectId ZEFTLayerManagerUtil::getExceptionFromDictionary(AcDbDatabase* db)
 {
     ZEFT_GUARD("ZEFTLayerManagerUtil::getExceptionFromDictionary", AcDbObjectId(), {
         AcDbObjectId found;
         if (!db) return found;
+        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(db);
+        if (batch && batch->exception) return *batch->exception;
         forEachEntry(db, [&](AcDbObject* entry) {
             if (!ZEFTRuleException::cast(entry)) return false;
             found = entry->objectId();
             return true;
         });
+        if (batch) batch->exception = found;
         return found;
     });
 }
@@ -206,12 +237,16 @@ AcDbObjectId ZEFTLayerManagerUtil::getFunctionFromDictionary(AcDbDatabase* db, c
     ZEFT_GUARD("ZEFTLayerManagerUtil::getFunctionFromDictionary", AcDbObjectId(), {
         AcDbObjectId found;
         if (!db) return found;
+        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(db);
+        if (batch)
+            if (auto it = batch->functions.find(name); it != batch->functions.end()) return it->second;
         forEachEntry(db, [&](AcDbObject* entry) {
             const ZEFTRuleFunction* function = ZEFTRuleFunction::cast(entry);
             if (!function || function->getName() != name) return false;
             found = entry->objectId();
             return true;
         });
+        if (batch) batch->functions[name] = found;
         return found;
     });
 }
@@ -670,9 +705,24 @@ bool ZEFTLayerManagerUtil::layerRulesAplicable(AcDbEntity* entity, const Applica
         if (const auto* viewport = AcDbViewport::cast(entity);
             viewport && entity->ownerId() == ctx.database->paperSpaceId() && viewport->number() == 1)
             return false;
-        auto exception = openException(ctx.database);
-        if (!exception) return true;
-        return (*exception)->layerRulesApplicable(entity, imposedLayer);
+        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(ctx.database);
+        if (!batch) {
+            auto exception = openException(ctx.database);
+            return !exception || (*exception)->layerRulesApplicable(entity, imposedLayer);
+        }
+        // The exception list answers by class only.
+        auto [it, fresh] = batch->exceptions.try_emplace(entity->isA());
+        if (fresh) {
+            if (auto exception = openException(ctx.database)) {
+                // A marker tells a layer written (even an empty one) from none.
+                const std::wstring marker(1, L'\x1');
+                std::wstring imposed = marker;
+                it->second.applicable = (*exception)->layerRulesApplicable(entity, imposed);
+                if (imposed != marker) it->second.imposed = imposed;
+            }
+        }
+        if (it->second.imposed) imposedLayer = *it->second.imposed;
+        return it->second.applicable;
     });
 }
 
@@ -733,7 +783,9 @@ AcDbObjectId draftHolder(const ApplicationContext& ctx)
 {
     if (ctx.viewId.isValid()) return ctx.viewId;
     AcDbObjectId active;
-    if (auto project = zeftGetProjectObject(ctx.database); project && project->getActiveView(active)) return active;
+    std::unique_ptr<ZEFTProjectObject> owned;
+    ZEFTProjectObject* project = ZEFTResolutionBatch::projectOf(ctx.database, owned);
+    if (project && project->getActiveView(active)) return active;
     return AcDbObjectId();
 }
 
@@ -875,44 +927,61 @@ bool ZEFTLayerManagerUtil::getEntityLayerName(const AcDbObjectId& entityId, std:
     });
 }
 
+namespace {
+// The layer of a cleaned, non-empty name, made when missing.
+AcDbObjectId createLayerUncached(const std::wstring& name, const ApplicationContext& ctx, bool turnOn)
+{
+    AcDbObjectPointer<AcDbLayerTable> table(ctx.database->layerTableId(), AcDb::kForRead);
+    if (!table) return AcDbObjectId();
+    AcDbObjectId layerId;
+    if (table->getAt(name.c_str(), layerId) == Acad::eOk) {
+        table.close();
+        if (turnOn) {
+            AcDbObjectPointer<AcDbLayerTableRecord> layer(layerId, AcDb::kForRead);
+            // Opened for write only when a state changes: most entities
+            // land on layers that are already on.
+            if (layer && (layer->isOff() || layer->isFrozen() || layer->VPDFLT() || layer->isLocked()) &&
+                layer->upgradeOpen() == Acad::eOk) {
+                layer->setIsOff(false);
+                layer->setIsFrozen(false);
+                layer->setVPDFLT(false);
+                layer->setIsLocked(false);
+            }
+        }
+        return layerId;
+    }
+    if (table->upgradeOpen() != Acad::eOk) return AcDbObjectId();
+    AcDbObjectPointer<AcDbLayerTableRecord> layer(ctx.database->newLayerRecord());
+    if (layer->setName(name.c_str()) != Acad::eOk) layer->setName(L"Layer");
+    layer->setIsFrozen(false);
+    layer->setVPDFLT(false);
+    layer->setIsLocked(false);
+    layer->setLinetypeObjectId(ctx.database->continuousLinetype());
+    if (table->add(layerId, layer.object()) != Acad::eOk) return AcDbObjectId();
+    layer.close();
+    table.close();
+    std::unique_ptr<ZEFTProjectObject> owned;
+    if (ZEFTProjectObject* project = ZEFTResolutionBatch::projectOf(ctx.database, owned))
+        project->registerLayer(layerId);
+    return layerId;
+}
+}  // namespace
+
 AcDbObjectId ZEFTLayerManagerUtil::createLayer(std::wstring name, const ApplicationContext& ctx, bool turnOn)
 {
     ZEFT_GUARD("ZEFTLayerManagerUtil::createLayer", AcDbObjectId(), {
         name = ZEFTRuleEvaluator::removeInvalidCharacters(std::move(name));
         if (name.empty() || !ctx.database) return AcDbObjectId();
-        AcDbObjectPointer<AcDbLayerTable> table(ctx.database->layerTableId(), AcDb::kForRead);
-        if (!table) return AcDbObjectId();
-        AcDbObjectId layerId;
-        if (table->getAt(name.c_str(), layerId) == Acad::eOk) {
-            table.close();
-            if (turnOn) {
-                AcDbObjectPointer<AcDbLayerTableRecord> layer(layerId, AcDb::kForRead);
-                // Opened for write only when a state changes: most entities
-                // land on layers that are already on.
-                if (layer && (layer->isOff() || layer->isFrozen() || layer->VPDFLT() || layer->isLocked()) &&
-                    layer->upgradeOpen() == Acad::eOk) {
-                    layer->setIsOff(false);
-                    layer->setIsFrozen(false);
-                    layer->setVPDFLT(false);
-                    layer->setIsLocked(false);
-                }
-            }
-            return layerId;
-        }
-        if (table->upgradeOpen() != Acad::eOk) return AcDbObjectId();
-        AcDbObjectPointer<AcDbLayerTableRecord> layer(ctx.database->newLayerRecord());
-        if (layer->setName(name.c_str()) != Acad::eOk) layer->setName(L"Layer");
-        layer->setIsFrozen(false);
-        layer->setVPDFLT(false);
-        layer->setIsLocked(false);
-        layer->setLinetypeObjectId(ctx.database->continuousLinetype());
-        if (table->add(layerId, layer.object()) != Acad::eOk) return AcDbObjectId();
-        layer.close();
-        table.close();
-        if (auto project = zeftGetProjectObject(ctx.database)) project->registerLayer(layerId);
+        // In a batch a layer made or turned on once stays so.
+        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(ctx.database);
+        if (batch)
+            if (auto it = batch->layers.find({name, turnOn}); it != batch->layers.end()) return it->second;
+        const AcDbObjectId layerId = createLayerUncached(name, ctx, turnOn);
+        if (batch && layerId.isValid()) batch->layers[{name, turnOn}] = layerId;
         return layerId;
     });
 }
+
 
 bool ZEFTLayerManagerUtil::addLayersToActiveObject(const AcDbObjectIdArray& objects,
                                                    const std::vector<AcDbObjectIdArray>& layers,

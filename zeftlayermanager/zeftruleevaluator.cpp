@@ -1,11 +1,14 @@
 #include "zeftlayermanager/zeftruleevaluator.h"
 
 #include <algorithm>
+#include <cwctype>
+#include <string_view>
 
 #include "host/document.h"
 #include "suite/wybase.h"
 #include "suite/zeftproject.h"
 #include "zeftlayermanager/zeftlayermanagerutil.h"
+#include "zeftlayermanager/zeftresolutionbatch.h"
 #include "zeftlayermanager/zeftrulefunction.h"
 
 namespace {
@@ -19,13 +22,17 @@ AcDbDatabase* databaseOf(const ApplicationContext& ctx)
     return ctx.database ? ctx.database : acdbWorkingDatabase();
 }
 
-// The runtime class name of the entity, upper-cased; empty when it does not
-// open as an entity.
-std::wstring upperClassNameOf(const AcDbObjectId& id)
+// Whether the entity's runtime class is `upperName`, without regard to case;
+// false when it does not open as an entity. Asked of every entity evaluated,
+// so it compares in place.
+bool classIs(const AcDbObjectId& id, std::wstring_view upperName)
 {
     AcDbObjectPointer<AcDbEntity> entity(id, AcDb::kForRead);
-    if (!entity || !entity->isA()) return {};
-    return acdbToUpper(entity->isA()->name());
+    if (!entity || !entity->isA()) return false;
+    const std::wstring_view name = entity->isA()->name();
+    return name.size() == upperName.size() &&
+           std::equal(name.begin(), name.end(), upperName.begin(),
+                      [](wchar_t a, wchar_t b) { return wchar_t(std::towupper(wint_t(a))) == b; });
 }
 
 }  // namespace
@@ -64,7 +71,8 @@ void ZEFTRuleEvaluator::evaluateFields(const ApplicationContext& ctx, F&& valueO
 {
     m_evaluatedFields.clear();
     m_evaluatedFields.reserve(m_fields.size());
-    std::unique_ptr<ZEFTProjectObject> project;
+    std::unique_ptr<ZEFTProjectObject> owned;
+    ZEFTProjectObject* project = nullptr;
     bool looked = false;
     for (const RuleField& field : m_fields) {
         std::wstring name;
@@ -73,11 +81,11 @@ void ZEFTRuleEvaluator::evaluateFields(const ApplicationContext& ctx, F&& valueO
             continue;
         }
         if (!looked) {
-            project = zeftGetProjectObject(databaseOf(ctx));
+            project = ZEFTResolutionBatch::projectOf(databaseOf(ctx), owned);
             looked = true;
         }
         RuleField evaluated;
-        evaluated.value = valueOf(project.get(), name);
+        evaluated.value = valueOf(project, name);
         evaluated.isFunction = true;
         m_evaluatedFields.push_back(std::move(evaluated));
     }
@@ -152,7 +160,7 @@ void ZEFTRuleEvaluator::setFields(const std::vector<RuleField>& in)
 void ZEFTRuleEvaluator::convertMeshCutSymbol()
 {
     ZEFT_GUARD_VOID("ZEFTRuleEvaluator::convertMeshCutSymbol", {
-        if (!m_objectId.isValid() || upperClassNameOf(m_objectId) != L"ZEFTMESHCUTSYMBOL") return;
+        if (!m_objectId.isValid() || !classIs(m_objectId, L"ZEFTMESHCUTSYMBOL")) return;
         m_objectId = AcDbObjectId();
         m_className = L"ZEFTMeshCut";
     });
@@ -161,8 +169,9 @@ void ZEFTRuleEvaluator::convertMeshCutSymbol()
 void ZEFTRuleEvaluator::convertImageEntity()
 {
     ZEFT_GUARD_VOID("ZEFTRuleEvaluator::convertImageEntity", {
-        if (!m_objectId.isValid() || upperClassNameOf(m_objectId) != L"ZEFTIMAGEENTITY") return;
-        std::unique_ptr<ZEFTProjectObject> project = zeftGetProjectObject(m_objectId.database());
+        if (!m_objectId.isValid() || !classIs(m_objectId, L"ZEFTIMAGEENTITY")) return;
+        std::unique_ptr<ZEFTProjectObject> owned;
+        ZEFTProjectObject* project = ZEFTResolutionBatch::projectOf(m_objectId.database(), owned);
         AcDbObjectId shown;
         if (!project || !project->getReferencedObject(m_objectId, shown)) return;
         AcDbObjectPointer<AcDbEntity> entity(shown, AcDb::kForRead);
@@ -194,22 +203,37 @@ bool ZEFTRuleEvaluator::evaluatePredefinedFunction(ZEFTProjectObject* project, c
 {
     ZEFT_GUARD("ZEFTRuleEvaluator::evaluatePredefinedFunction", false, {
         if (!project) return false;
-        const AcDbObjectId none;
-        // "VIEW TYPE" and "PROJECTION" are offered as names but answered by
-        // user functions of those names only.
-        if (name == L"LEVEL") return project->getLevelName(ctx.viewId, out);
-        if (name == L"BUILDING") return project->getBuildingName(out);
-        if (name == L"PROJECT") return project->getProjectName(out);
-        if (name == L"VIEW NAME") return project->getViewName(ctx.draftContext ? none : m_objectId, ctx.viewId, out);
-        if (name == L"PLAN NAME") return project->getPlanName(ctx.viewId, out);
-        if (name != L"LEVEL/VIEW") return false;
-        if (ctx.viewId.isValid())
-            return ctx.draftContext ? project->getViewName(none, ctx.viewId, out) : project->getLevelName(ctx.viewId, out);
-        if (ctx.workingMode == 0) return project->getLevelName(none, out);
-        if (ctx.workingMode == 1) return project->getViewName(m_objectId, none, out);
-        out.clear();
-        return true;
+        // In a batch, answers that do not depend on the entity are asked once.
+        const bool perEntity = (name == L"VIEW NAME" && !ctx.draftContext) ||
+                               (name == L"LEVEL/VIEW" && !ctx.viewId.isValid() && ctx.workingMode == 1);
+        ZEFTResolutionBatch* batch = perEntity ? nullptr : ZEFTResolutionBatch::of(databaseOf(ctx));
+        if (!batch) return askProject(project, name, ctx, out);
+        auto [it, fresh] = batch->predefined.try_emplace(
+            ZEFTResolutionBatch::PredefinedKey(name, ctx.viewId.stub(), ctx.draftContext, ctx.workingMode));
+        if (fresh) it->second.first = askProject(project, name, ctx, it->second.second);
+        if (it->second.first) out = it->second.second;
+        return it->second.first;
     });
+}
+
+bool ZEFTRuleEvaluator::askProject(ZEFTProjectObject* project, const std::wstring& name, const ApplicationContext& ctx,
+                                   std::wstring& out) const
+{
+    const AcDbObjectId none;
+    // "VIEW TYPE" and "PROJECTION" are offered as names but answered by
+    // user functions of those names only.
+    if (name == L"LEVEL") return project->getLevelName(ctx.viewId, out);
+    if (name == L"BUILDING") return project->getBuildingName(out);
+    if (name == L"PROJECT") return project->getProjectName(out);
+    if (name == L"VIEW NAME") return project->getViewName(ctx.draftContext ? none : m_objectId, ctx.viewId, out);
+    if (name == L"PLAN NAME") return project->getPlanName(ctx.viewId, out);
+    if (name != L"LEVEL/VIEW") return false;
+    if (ctx.viewId.isValid())
+        return ctx.draftContext ? project->getViewName(none, ctx.viewId, out) : project->getLevelName(ctx.viewId, out);
+    if (ctx.workingMode == 0) return project->getLevelName(none, out);
+    if (ctx.workingMode == 1) return project->getViewName(m_objectId, none, out);
+    out.clear();
+    return true;
 }
 
 bool ZEFTRuleEvaluator::evaluateUserDefinedFunction(const std::wstring& name, const ApplicationContext& ctx,

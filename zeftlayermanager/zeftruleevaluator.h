@@ -57,6 +57,9 @@ private:
                                   const ApplicationContext& ctx) const;
     bool evaluatePredefinedFunction(ZEFTProjectObject* project, const std::wstring& name,
                                     const ApplicationContext& ctx, std::wstring& out) const;
+    // What the project object answers for a predefined function.
+    bool askProject(ZEFTProjectObject* project, const std::wstring& name, const ApplicationContext& ctx,
+                    std::wstring& out) const;
     bool evaluateUserDefinedFunction(const std::wstring& name, const ApplicationContext& ctx, std::wstring& out) const;
     // Calls valueOf(project, name) for each function field; the project
     // object (null when the drawing has none) is looked up once per rule.

@@ -308,6 +308,11 @@ const std::map<std::string, Command>& commands()
           "Prints the drawing's layer standard: name, file, separator, the Model,\n"
           "Draft and Doc rules, functions, enumerations and exceptions. Exit code 1\n"
           "when the drawing holds none.\n\n"
+          "A user function gives an entity the value of the pair whose key is the\n"
+          "entity's class (AcDbLine), else of the pair whose key is the nearest class\n"
+          "the entity's class derives from (AcDbCurve covers lines, arcs and\n"
+          "polylines; AcDbEntity covers everything), else its default. Keys are\n"
+          "compared with case. docs/layer-names.md has the details.\n\n"
           "  --json   print it as JSON\n",
           &cmdShow}},
         {"export",

@@ -160,6 +160,9 @@ void printText(const StandardView& v)
     }
     std::printf("\nFunctions:\n");
     if (v.functions.empty()) std::printf("  (none)\n");
+    else
+        std::printf("  (an entity takes the pair of its own class, else of the nearest class it derives\n"
+                    "   from, such as AcDbCurve for lines and arcs, else the default; keys compare with case)\n");
     for (const auto& f : v.functions) {
         std::printf("  %s (default %s)\n", toUtf8(f->getName()).c_str(), quoted(f->getDefaultValue()).c_str());
         for (int i = 0; i < f->getPairsNumber(); ++i) {

@@ -142,7 +142,7 @@ TEST(LayerTable, NewLayersTheirSettingsAndRefusedNames) {
     {
         AcDbObjectPointer<AcDbLayerTable> table(db->layerTableId(), kForWrite);
         AcDbObjectPointer<AcDbLayerTableRecord> copy(db->newLayerRecord());
-        EXPECT_TRUE(copy->colorIndex() == 3 && !copy->isLocked());  // layer "0"'s settings, without its flags
+        EXPECT_TRUE(copy->colorIndex() == 7 && !copy->isLocked());  // a new layer's own settings, not layer "0"'s
         ASSERT_EQ(copy->setName(L"Zeft Grid"), eOk);
         ASSERT_EQ(table->add(grid, copy.object()), eOk);
         EXPECT_TRUE(copy->isWriteEnabled() && copy->ownerId() == table->objectId());

@@ -91,7 +91,7 @@ protected:
         AcDbObjectPointer<AcDbBlockTableRecord> ms(db->modelSpaceId(), AcDb::kForRead);
         for (const AcDbObjectId& id : ms->entityIds()) {
             AcDbObjectPointer<AcDbEntity> e(id, AcDb::kForRead);
-            if (e->isA()->dxfName() == dxfType) return id.handle().str();
+            if (e->dxfRecordName() == dxfType) return id.handle().str();
         }
         return "";
     }
