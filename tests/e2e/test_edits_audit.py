@@ -82,7 +82,7 @@ class EditedDrawings(unittest.TestCase):
             self.assertIsNotNone(moved, f"entity {e.dxf.handle} lost")
             self.assertEqual(moved.dxftype(), e.dxftype())
             for part in [moved] + sub_entities(moved):
-                self.assertEqual(part.dxf.layer, LAYER, f"{part.dxftype()} {part.dxf.handle}")
+                self.assertEqual(common.layer_of(part), LAYER, f"{part.dxftype()} {part.dxf.handle}")
         # The new line, on layer "0", with a handle below the seed.
         old_handles = {e.dxf.handle for e in old}
         added = [e for e in after.modelspace() if e.dxf.handle not in old_handles]
