@@ -298,8 +298,11 @@ std::vector<AcDbObjectId> AcDbDatabase::blockRecordIds() const
 
 AcDbObjectId AcDbDatabase::layerZero() const
 {
+    // Layer "0" cannot be renamed or erased: found once.
+    if (layerZero_.isValid()) return layerZero_;
     auto* t = AcDbSymbolTable::cast(layerTableId().object());
-    return t ? t->hostLookup(L"0") : AcDbObjectId();
+    layerZero_ = t ? t->hostLookup(L"0") : AcDbObjectId();
+    return layerZero_;
 }
 
 AcDbLayerTableRecord* AcDbDatabase::newLayerRecord() const

@@ -169,6 +169,7 @@ private:
     std::string version_ = "AC1027";
     dxf::Codec codec_;
     AcDbObjectId nod_, modelSpace_, paperSpace_;
+    mutable AcDbObjectId layerZero_;
     bool writesHandles_ = true;
     int dbmod_ = 0;
     std::vector<std::string> warnings_;

@@ -703,11 +703,15 @@ Acad::ErrorStatus AcDbEntity::setLayer(AcDbObjectId newVal, bool doSubents, bool
     // Opened for notify: a layer just added is still open for write.
     AcDbLayerTableRecord* layer = nullptr;
     if (acdbOpenObject(layer, newVal, AcDb::kForNotify) != Acad::eOk) return Acad::eInvalidInput;
-    std::wstring name = layer->getName();
-    layer->close();
     AcDbDatabase* db = database();
-    if (db && newVal.database() != db) return Acad::eWrongDatabase;
-    std::string raw = db ? db->encode(name) : dxf::toUtf8(name);
+    if (db && newVal.database() != db) {
+        layer->close();
+        return Acad::eWrongDatabase;
+    }
+    // A resident layer's name is already in the drawing's encoding: taken as
+    // it is, since every moved entity asks for it.
+    std::string raw = db ? layer->hostRawName() : dxf::toUtf8(layer->getName());
+    layer->close();
     // True when the layer changed. A record that is a view of the file keeps
     // being one, with only its layer replaced.
     auto setLayerTag = [&raw](TagRecord& rec) {

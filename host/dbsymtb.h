@@ -70,6 +70,9 @@ public:
     // Flag word of group 70.
     std::int16_t flags() const;
     void setFlags(std::int16_t f);
+    // --- host internals ---
+    // The name as the record's drawing encodes it (UTF-8 before it joins one).
+    std::string hostRawName() const { return tagValue(2); }
 
 protected:
     // A group of the record's body: the first tag of `code`, after the subclass marker `after` if given.
