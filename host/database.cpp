@@ -511,6 +511,13 @@ struct DxfLoader {
     bool atEnd = false;
     std::vector<std::pair<AcDbObject*, std::size_t>> needHandle;
     std::unordered_map<std::wstring, std::size_t> classByDxf;
+    std::vector<bool> entityInPaper;  // for each entity of section ENTITIES
+    struct LayoutRef {
+        long long tabOrder;
+        AcDbHandle block;
+    };
+    std::vector<LayoutRef> layouts;
+    std::unordered_map<AcDbBlockTableRecord*, std::size_t> blockAt;  // where each BLOCK was read
 
     struct Rec {
         std::size_t begin = 0, end = 0;
@@ -548,6 +555,13 @@ struct DxfLoader {
         r = Rec();
         r.begin = t.offset;
         r.type = t.value;
+        if (dxf::trim(r.type) == "EOF") {
+            // What follows the end (a DOS end-of-file character, blank lines,
+            // padding) is not part of the drawing and is not looked at.
+            r.type = "EOF";
+            r.end = tk.position();
+            return true;
+        }
         bool inGroup = false, body = false;
         while (tk.next(t)) {
             if (t.code == 0) {
@@ -1001,22 +1015,20 @@ struct DxfLoader {
             bool sub = r.type == "ATTRIB" || r.type == "VERTEX" || r.type == "SEQEND";
             AcDbObject* obj = makeObject(r, true);
             auto* ent = AcDbEntity::cast(obj);
-            AcDbBlockTableRecord* owner = btr;
-            if (!owner) {
-                owner = r.paper ? paperBlock() : modelBlock();
-            }
             if (sub && parent) {
                 AcDbObjectId id = adopt(obj, r, parent->getAcDbHandle());
                 parent->hostAddSubEntity(id);
                 if (r.type == "SEQEND") parent = nullptr;
                 continue;
             }
-            AcDbObjectId id = adopt(obj, r, owner->getAcDbHandle());
-            if (!r.owner.isNull() && !btr) {
-                if (auto* o = AcDbBlockTableRecord::cast(db.idOf(r.owner).object())) owner = o;
+            if (btr) {
+                btr->hostEntities().push_back(adopt(obj, r, btr->getAcDbHandle()));
+            } else {
+                // Which block records are model space and the current layout is
+                // known at the end only (the LAYOUT objects come last).
+                sectionList->push_back(adopt(obj, r, {}));
+                entityInPaper.push_back(r.paper);
             }
-            owner->hostEntities().push_back(id);
-            if (sectionList) sectionList->push_back(id);
             parent = (r.type == "INSERT" || r.type == "POLYLINE") ? ent : nullptr;
         }
     }
@@ -1044,11 +1056,16 @@ struct DxfLoader {
             if (r.type == "ENDSEC") return;
             if (r.type != "BLOCK") fail(r, "expected BLOCK in section BLOCKS, found " + std::string(r.type));
             AcDbBlockTableRecord* btr = blockRecordFor(r);
+            // A block read twice would be written twice, with its handles.
+            if (auto [first, isNew] = blockAt.emplace(btr, r.begin); !isNew)
+                fail(r, "block '" + dxf::excerpt(dxf::trim(r.name)) + "' appears a second time (first at " +
+                            text.where(first->second) + ")");
             AcDbObject* begin = makeObject(r, true);
             btr->hostBlockBegin = adopt(begin, r, btr->getAcDbHandle());
             impl.blocks.push_back(btr->objectId());
             Rec stop;
             readEntityRun(stop, btr, nullptr, "BLOCKS");
+            btr->hostEntitiesInBlock = btr->hostEntities().size();
             if (stop.type != "ENDBLK") fail(stop, "block " + std::string(dxf::trim(r.name)) + " has no ENDBLK");
             AcDbObject* end = makeObject(stop, true);
             btr->hostBlockEnd = adopt(end, stop, btr->getAcDbHandle());
@@ -1069,6 +1086,7 @@ struct DxfLoader {
         while (nextRecord(r)) {
             if (r.type == "ENDSEC") return;
             if (r.type == "SECTION" || r.type == "EOF") fail(r, "section OBJECTS has no ENDSEC");
+            if (r.type == "LAYOUT") noteLayout(r);
             AcDbObject* obj = makeObject(r, false);
             AcDbObjectId id = adopt(obj, r, {});
             if (impl.objects.empty() && AcDbDictionary::cast(obj)) db.nod_ = id;
@@ -1077,8 +1095,56 @@ struct DxfLoader {
         text.fail(text.text.size(), "section OBJECTS has no ENDSEC");
     }
 
+    // A layout's tab order (0: model space) and the block record it points at.
+    void noteLayout(const Rec& r)
+    {
+        LayoutRef ref{-1, {}};
+        bool inLayout = false;
+        for (const dxf::TagView& t : dxf::splitTags(raw(r))) {
+            if (t.code == 100) inLayout = dxf::trim(t.value) == "AcDbLayout";
+            else if (inLayout && t.code == 71) dxf::parseInt(t.value, ref.tabOrder);
+            else if (inLayout && t.code == 330) AcDbHandle::parse(t.value, ref.block);
+        }
+        if (ref.tabOrder >= 0 && !ref.block.isNull()) layouts.push_back(ref);
+    }
+
+    // Model space and the current layout are the block records that own the
+    // entities of section ENTITIES, else those the layouts point at, else the
+    // ones named so: some writers give them anonymous names.
+    void findSpaces()
+    {
+        auto recordOf = [&](AcDbHandle h) -> AcDbBlockTableRecord* {
+            auto* b = AcDbBlockTableRecord::cast(db.idOf(h).object());
+            return b && !b->hostVirtual ? b : nullptr;
+        };
+        AcDbBlockTableRecord *model = nullptr, *paper = nullptr;
+        for (std::size_t i = 0; i < impl.entities.size() && !(model && paper); ++i) {
+            AcDbBlockTableRecord*& space = entityInPaper[i] ? paper : model;
+            if (!space) space = recordOf(impl.entities[i].object()->hostOwnerHandle());
+        }
+        if (!model)
+            for (const LayoutRef& l : layouts)
+                if (l.tabOrder == 0 && (model = recordOf(l.block))) break;
+        if (model) db.modelSpace_ = model->objectId();
+        if (paper && paper != model) db.paperSpace_ = paper->objectId();
+        if (db.paperSpace_.isNull() || db.paperSpace_ == db.modelSpace_) {
+            db.paperSpace_ = {};
+            // The first layout after model space.
+            const LayoutRef* first = nullptr;
+            for (const LayoutRef& l : layouts)
+                if (l.tabOrder > 0 && recordOf(l.block) && recordOf(l.block) != model && (!first || l.tabOrder < first->tabOrder))
+                    first = &l;
+            if (first) db.paperSpace_ = recordOf(first->block)->objectId();
+        }
+        if (db.modelSpace_.isNull()) modelBlock();
+        if (db.paperSpace_.isNull() &&
+            (db.isR12OrOlder() || std::find(entityInPaper.begin(), entityInPaper.end(), true) != entityInPaper.end()))
+            paperBlock();
+    }
+
     void finish()
     {
+        findSpaces();
         std::uint64_t maxHandle = 0;
         for (auto& [h, s] : impl.byHandle) maxHandle = std::max(maxHandle, h);
         impl.nextHandle = std::max(maxHandle + 1, impl.seedInFile);
@@ -1092,8 +1158,12 @@ struct DxfLoader {
             if (auto* t = AcDbSymbolTable::cast(tid.object()))
                 for (AcDbObjectId rid : t->hostRecords())
                     if (rid.object()->hostOwnerHandle().isNull()) rid.object()->hostSetOwnerHandle(t->getAcDbHandle());
-        if (db.modelSpace_.isNull()) modelBlock();
-        if (db.paperSpace_.isNull() && db.isR12OrOlder()) paperBlock();
+        for (std::size_t i = 0; i < impl.entities.size(); ++i) {
+            auto* space = AcDbBlockTableRecord::cast((entityInPaper[i] ? db.paperSpace_ : db.modelSpace_).object());
+            AcDbObject* e = impl.entities[i].object();
+            if (e->hostOwnerHandle().isNull()) e->hostSetOwnerHandle(space->getAcDbHandle());
+            space->hostEntities().push_back(impl.entities[i]);
+        }
         for (auto& v : impl.virtualBlocks)
             for (AcDbObjectId e : v->hostEntities())
                 if (e.object()->hostOwnerHandle().isNull()) e.object()->hostSetOwnerHandle(v->getAcDbHandle());
@@ -1234,8 +1304,12 @@ struct DxfWriter {
                     auto* btr = AcDbBlockTableRecord::cast(bid.object());
                     if (!btr || (btr->isErased() && !btr->hostVirtual)) continue;
                     object(btr->hostBlockBegin);
-                    if (bid != db.modelSpaceId() && bid != db.paperSpaceId())
-                        for (AcDbObjectId e : btr->hostEntities()) object(e);
+                    // Entities of model space and the current layout that were
+                    // not read inside the block go to section ENTITIES.
+                    const auto& ents = btr->hostEntities();
+                    const bool space = bid == db.modelSpaceId() || bid == db.paperSpaceId();
+                    const std::size_t n = space ? std::min(btr->hostEntitiesInBlock, ents.size()) : ents.size();
+                    for (std::size_t i = 0; i < n; ++i) object(ents[i]);
                     object(btr->hostBlockEnd);
                 }
                 break;

@@ -107,28 +107,12 @@ inline Step scanTag(const char* d, std::size_t& pos, std::size_t end, TagView& t
     return Step::Tag;
 }
 
-// A code line quoted in a message: short, printable.
+// A code line quoted in a message.
 std::string quoteLine(std::string_view text, std::size_t offset) {
     std::string_view line = text.substr(std::min(offset, text.size()));
     line = line.substr(0, line.find('\n'));
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    constexpr std::size_t kMax = 40;
-    const bool cut = line.size() > kMax;
-    if (cut) line = line.substr(0, kMax);
-    std::string out;
-    for (char ch : line) {
-        const auto c = static_cast<unsigned char>(ch);
-        if (c >= 0x20 && c < 0x7f) {
-            out += ch;
-        } else {
-            static constexpr char hex[] = "0123456789ABCDEF";
-            out += "\\x";
-            out += hex[c >> 4];
-            out += hex[c & 15];
-        }
-    }
-    if (cut) out += "...";
-    return out;
+    return excerpt(line);
 }
 
 constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
@@ -160,6 +144,25 @@ std::string detectEol(std::string_view text) {
 }
 
 }  // namespace
+
+std::string excerpt(std::string_view value, std::size_t max) {
+    const bool cut = value.size() > max;
+    if (cut) value = value.substr(0, max);
+    std::string out;
+    for (char ch : value) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (c >= 0x20 && c < 0x7f && c != '\\') {
+            out += ch;
+        } else {
+            static constexpr char hex[] = "0123456789ABCDEF";
+            out += "\\x";
+            out += hex[c >> 4];
+            out += hex[c & 15];
+        }
+    }
+    if (cut) out += "...";
+    return out;
+}
 
 ValueType valueType(int code) {
     if (code < 0 || static_cast<std::size_t>(code) >= kTypes.type.size()) return ValueType::String;
