@@ -14,6 +14,7 @@
 #include <map>
 #include <set>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "host/dbclasses.h"
 #include "host/editor.h"
@@ -57,6 +58,7 @@ struct AcDbDatabase::Impl {
     std::vector<AcDbObjectId> entities;
     std::vector<AcDbObjectId> objects;
     std::vector<AcDbBlockTableRecord*> virtualBlocks;  // owned by their stubs
+    std::unordered_set<const AcDbStub*> detached;
     bool adoptedSinceLoad = false;
     int classListener = 0;
 
@@ -267,6 +269,8 @@ void AcDbDatabase::hostObjectErased(AcDbObject* obj)
     for (auto* r : std::vector<AcDbDatabaseReactor*>(reactors_)) r->objectErased(this, obj, obj->isErased());
 }
 
+void AcDbDatabase::hostObjectDetached(AcDbObject* obj) { impl_->detached.insert(obj->objectId().stub()); }
+
 void AcDbDatabase::addReactor(AcDbDatabaseReactor* r)
 {
     if (std::find(reactors_.begin(), reactors_.end(), r) == reactors_.end()) reactors_.push_back(r);
@@ -366,6 +370,16 @@ bool AcDbDatabase::regApp(const std::wstring& name)
     }
     rec->hostForceClosed();
     return true;
+}
+
+std::string AcDbDatabase::versionName() const
+{
+    static const std::map<std::string, std::string> kNames = {
+        {"AC1006", "R10"},   {"AC1009", "R12"},   {"AC1012", "R13"},   {"AC1014", "R14"},   {"AC1015", "R2000"},
+        {"AC1018", "R2004"}, {"AC1021", "R2007"}, {"AC1024", "R2010"}, {"AC1027", "R2013"}, {"AC1032", "R2018"},
+    };
+    auto it = kNames.find(version_);
+    return it != kNames.end() ? it->second : "";
 }
 
 // --- header ---
@@ -577,7 +591,7 @@ struct DxfLoader {
                     // An empty handle is as good as none; writers of old drawings leave them.
                     if (dxf::trim(t.value).empty()) break;
                     if (!AcDbHandle::parse(t.value, r.handle))
-                        text.fail(t.offset, "invalid handle '" + std::string(t.value) + "'");
+                        text.fail(t.offset, "invalid handle '" + dxf::excerpt(t.value) + "'");
                     r.hasHandle = !r.handle.isNull();
                     r.handleOffset = t.offset;
                 }
@@ -738,9 +752,9 @@ struct DxfLoader {
             } else {
                 std::string why = dxf::toUtf8(in.errorMessage());
                 while (!why.empty() && (why.front() == '\n' || why.front() == ' ')) why.erase(why.begin());
-                db.warnings_.push_back(text.fileName + ": " + text.where(r.begin) + ": " + std::string(r.type) + " " +
+                db.warnings_.push_back(text.fileName + ": " + text.where(r.begin) + ": " + dxf::excerpt(r.type) + " " +
                                        r.handle.str() + " kept as read (" + Acad::errorName(es) +
-                                       (why.empty() ? "" : ": " + why) + ")");
+                                       (why.empty() ? "" : ": " + dxf::excerpt(why, 200)) + ")");
                 obj = replaceByProxy(s, obj, TagRecord(raw(r)));
             }
         }
@@ -770,7 +784,7 @@ struct DxfLoader {
     {
         Rec r;
         if (!nextRecord(r)) text.fail(text.text.size(), "section " + section + " has no ENDSEC");
-        if (r.type != "ENDSEC") fail(r, "unexpected " + std::string(r.type) + " in section " + section);
+        if (r.type != "ENDSEC") fail(r, "unexpected " + dxf::excerpt(r.type) + " in section " + section);
     }
 
     void load()
@@ -802,14 +816,14 @@ struct DxfLoader {
                 sawEof = true;
                 break;
             }
-            if (r.type != "SECTION") fail(r, "expected SECTION or EOF, found " + std::string(r.type));
+            if (r.type != "SECTION") fail(r, "expected SECTION or EOF, found " + dxf::excerpt(r.type));
             if (r.name.empty()) fail(r, "SECTION without a name");
             std::string name(dxf::trim(r.name));
             // A second copy of a section the host models would be written twice.
             static const std::set<std::string> kModelled = {"HEADER", "CLASSES", "TABLES", "BLOCKS", "ENTITIES", "OBJECTS"};
             if (kModelled.count(name) &&
                 std::any_of(impl.sections.begin(), impl.sections.end(), [&](const auto& s) { return s.name == name; }))
-                fail(r, "section " + name + " appears a second time");
+                fail(r, "section " + dxf::excerpt(name) + " appears a second time");
             if (name == "HEADER") {
                 // The section record holds the variables: drop "0 SECTION" and "2 HEADER".
                 dxf::TagView t2;
@@ -844,9 +858,9 @@ struct DxfLoader {
                 std::size_t begin = sub.position();
                 Rec e;
                 while (nextRecord(e) && e.type != "ENDSEC") {
-                    if (e.type == "SECTION" || e.type == "EOF") fail(e, "section " + name + " has no ENDSEC");
+                    if (e.type == "SECTION" || e.type == "EOF") fail(e, "section " + dxf::excerpt(name) + " has no ENDSEC");
                 }
-                if (e.type != "ENDSEC") text.fail(text.text.size(), "section " + name + " has no ENDSEC");
+                if (e.type != "ENDSEC") text.fail(text.text.size(), "section " + dxf::excerpt(name) + " has no ENDSEC");
                 impl.sections.push_back({name, AcDbDatabase::Impl::Raw, std::string_view(text.text).substr(begin, e.begin - begin)});
             }
         }
@@ -876,7 +890,7 @@ struct DxfLoader {
                         break;
                     }
             }
-            text.fail(at, "unknown code page '" + std::string(dxf::trim(cp)) + "' ($DWGCODEPAGE)");
+            text.fail(at, "unknown code page '" + dxf::excerpt(dxf::trim(cp)) + "' ($DWGCODEPAGE)");
         }
         if (db.getHeaderVar("$HANDSEED", v)) {
             AcDbHandle h;
@@ -898,7 +912,7 @@ struct DxfLoader {
         Rec r;
         while (nextRecord(r)) {
             if (r.type == "ENDSEC") return;
-            if (r.type != "CLASS") fail(r, "expected CLASS in section CLASSES, found " + std::string(r.type));
+            if (r.type != "CLASS") fail(r, "expected CLASS in section CLASSES, found " + dxf::excerpt(r.type));
             AcDbDatabase::Impl::ClassEntry ce;
             ce.rec = TagRecord(raw(r));
             ce.rec.scan([&](int code, std::string_view v) {
@@ -948,7 +962,7 @@ struct DxfLoader {
         Rec r;
         while (nextRecord(r)) {
             if (r.type == "ENDSEC") return;
-            if (r.type != "TABLE") fail(r, "expected TABLE in section TABLES, found " + std::string(r.type));
+            if (r.type != "TABLE") fail(r, "expected TABLE in section TABLES, found " + dxf::excerpt(r.type));
             std::wstring name = acdbToUpper(dxf::fromUtf8(dxf::trim(r.name)));
             AcDbObject* tobj = makeFromClass(tableClass(name, false));
             auto* table = AcDbSymbolTable::cast(tobj);
@@ -1054,7 +1068,7 @@ struct DxfLoader {
         if (!nextRecord(r)) text.fail(text.text.size(), "section BLOCKS has no ENDSEC");
         while (true) {
             if (r.type == "ENDSEC") return;
-            if (r.type != "BLOCK") fail(r, "expected BLOCK in section BLOCKS, found " + std::string(r.type));
+            if (r.type != "BLOCK") fail(r, "expected BLOCK in section BLOCKS, found " + dxf::excerpt(r.type));
             AcDbBlockTableRecord* btr = blockRecordFor(r);
             // A block read twice would be written twice, with its handles.
             if (auto [first, isNew] = blockAt.emplace(btr, r.begin); !isNew)
@@ -1066,7 +1080,7 @@ struct DxfLoader {
             Rec stop;
             readEntityRun(stop, btr, nullptr, "BLOCKS");
             btr->hostEntitiesInBlock = btr->hostEntities().size();
-            if (stop.type != "ENDBLK") fail(stop, "block " + std::string(dxf::trim(r.name)) + " has no ENDBLK");
+            if (stop.type != "ENDBLK") fail(stop, "block '" + dxf::excerpt(dxf::trim(r.name)) + "' has no ENDBLK");
             AcDbObject* end = makeObject(stop, true);
             btr->hostBlockEnd = adopt(end, stop, btr->getAcDbHandle());
             if (!nextRecord(r)) text.fail(text.text.size(), "section BLOCKS has no ENDSEC");
@@ -1077,7 +1091,7 @@ struct DxfLoader {
     {
         Rec stop;
         readEntityRun(stop, nullptr, &impl.entities, "ENTITIES");
-        if (stop.type != "ENDSEC") fail(stop, "unexpected " + std::string(stop.type) + " in section ENTITIES");
+        if (stop.type != "ENDSEC") fail(stop, "unexpected " + dxf::excerpt(stop.type) + " in section ENTITIES");
     }
 
     void readObjects()
@@ -1238,6 +1252,17 @@ struct DxfWriter {
             for (AcDbObjectId sub : ent->subEntities()) object(sub);
     }
 
+    // An object the host erased or detached, or one owned by such an object,
+    // is not saved; owners the input left dangling are kept as they were.
+    bool gone(const AcDbObject* o, int depth = 0) const
+    {
+        if (!o || depth > 64) return false;
+        if (o->isErased() && depth > 0) return true;
+        if (!impl.detached.empty() && impl.detached.count(o->objectId().stub()) && o->hostOwnerHandle().isNull()) return true;
+        AcDbHandle owner = o->hostOwnerHandle();
+        return !owner.isNull() && gone(db.idOf(owner).object(), depth + 1);
+    }
+
     void classes()
     {
         for (auto& c : impl.classes) record(c.rec);
@@ -1317,7 +1342,8 @@ struct DxfWriter {
                 for (AcDbObjectId e : impl.entities) object(e);
                 break;
             case AcDbDatabase::Impl::Objects:
-                for (AcDbObjectId o : impl.objects) object(o);
+                for (AcDbObjectId o : impl.objects)
+                    if (!gone(o.object())) object(o);
                 break;
             case AcDbDatabase::Impl::Raw:
                 out.append(s.raw);

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@ int main(int argc, char** argv)
     std::vector<std::string> args(argv + 1, argv + argc);
     try {
         return zeftlayer::run(args);
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "zeftlayer: out of memory\n");
+        return zeftlayer::kFailure;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "zeftlayer: %s\n", e.what());
         return zeftlayer::kFailure;

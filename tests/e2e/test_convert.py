@@ -5,6 +5,7 @@ conversion, and bad inputs that fail cleanly without leaving files behind."""
 import os
 import re
 import tempfile
+import time
 import unittest
 
 import common
@@ -12,6 +13,7 @@ from common import ezdxf
 
 ZEFT = common.program("zeftlayer")
 BINARY_DRAWING = "dxf/ezdxf/integration_tests/data/bin_dxf_r2000.dxf"
+VERSION_NAMES = {"AC1015": "R2000", "AC1027": "R2013"}
 
 
 class Drawing:
@@ -91,7 +93,7 @@ class ConvertGoodDrawings(unittest.TestCase):
             out = os.path.join(tmp, "out.dxf")
             p = common.run([ZEFT, "convert", source, out])
             self.assertEqual(p.returncode, 0, p.stderr)
-            self.assertEqual(p.stdout, f"{source} -> {out} ({version})\n")
+            self.assertEqual(p.stdout, f"{source} -> {out} ({VERSION_NAMES[version]})\n")
             self.assertEqual(os.listdir(tmp), ["out.dxf"])
             with open(out, "rb") as f:
                 head = f.read(64)
@@ -238,6 +240,35 @@ class ConvertBadInputs(unittest.TestCase):
         i = d.find(9, "$DWGCODEPAGE") + 1
         d.tags[i][1] = b"FOO_999"
         self.assert_fails_cleanly(self.write("codepage.dxf", d.bytes()), f"line {d.line_of(i)}", ["FOO_999"])
+
+    def test_endless_or_unbounded_input(self):
+        """Fails at once, in bounded memory, naming the place and the reason."""
+        long_value = self.sample.replace(b"\nAC1027", b"\nAC" + b"9" * 70000, 1)
+        for name, source, where, reason in [
+            ("device", "/dev/zero", None, "not a regular file"),
+            ("fifo", None, None, "not a regular file"),
+            ("no_line_breaks.dxf", b"  0" + b" " * 200000, r"line 1", "no line break"),
+            ("long_line.dxf", long_value, r"line \d+", "line longer than"),
+        ]:
+            with self.subTest(name=name):
+                if source is None:
+                    source = os.path.join(self.indir, name)
+                    if not os.path.exists(source):
+                        os.mkfifo(source)
+                elif isinstance(source, bytes):
+                    source = self.write(name, source)
+                started = time.monotonic()
+                message = self.assert_fails_cleanly(source, where, [reason])
+                self.assertLess(time.monotonic() - started, 10, "two failed converts")
+                self.assertLess(len(message), 300, message)
+
+    def test_values_quoted_in_messages_are_short_and_escaped(self):
+        d = Drawing(common.SAMPLE)
+        (i,) = d.entity_handles("LINE", 1)
+        d.tags[i][1] = b"\x1b[31m" + b"Z" * 5000
+        message = self.assert_fails_cleanly(self.write("loud_handle.dxf", d.bytes()), f"line {d.line_of(i)}",
+                                            ["\\x1B[31mZZZ", "..."])
+        self.assertLess(len(message), 300, message)
 
     def test_missing_input(self):
         self.assert_fails_cleanly(os.path.join(self.indir, "does_not_exist.dxf"))
