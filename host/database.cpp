@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <map>
@@ -1372,20 +1373,51 @@ struct DxfWriter {
 
 std::string AcDbDatabase::dxfText() const { return DxfWriter(*this).run(); }
 
+namespace {
+// Temporary files of a save are named ".NAME.XXXXXX" beside the target. One
+// left by a save that was killed holds no lock: it is removed by the next save.
+void removeStaleTemporaries(const std::filesystem::path& dir, const std::string& target)
+{
+    const std::string prefix = "." + target + ".";
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(dir, ec)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() != prefix.size() + 6 || name.compare(0, prefix.size(), prefix) != 0) continue;
+        if (!entry.is_regular_file(ec)) continue;
+        const int fd = ::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (fd < 0) continue;
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0) ::unlink(entry.path().c_str());
+        ::close(fd);
+    }
+}
+}  // namespace
+
 void AcDbDatabase::writeDxf(const std::string& path) const
 {
     namespace fs = std::filesystem;
     fs::path target(path);
     fs::path dir = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    removeStaleTemporaries(dir, target.filename().string());
     std::string tmpl = (dir / ("." + target.filename().string() + ".XXXXXX")).string();
     std::vector<char> name(tmpl.begin(), tmpl.end());
     name.push_back('\0');
-    int fd = ::mkstemp(name.data());
-    if (fd < 0) throw std::runtime_error(path + ": cannot write: " + std::strerror(errno));
-    auto failed = [&](int err) {
+    auto cannot = [&](int err) { return std::runtime_error(path + ": cannot write: " + std::strerror(err)); };
+    // An unnamed file vanishes with the process when a save is killed; where
+    // the file system has none, a named one locked while it is written.
+    int fd = ::open(dir.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+    const bool unnamed = fd >= 0;
+    if (!unnamed) {
+        fd = ::mkstemp(name.data());
+        if (fd < 0) throw cannot(errno);
+    }
+    ::flock(fd, LOCK_EX | LOCK_NB);
+    auto discard = [&] {
         ::close(fd);
-        ::unlink(name.data());
-        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+        if (!unnamed) ::unlink(name.data());
+    };
+    auto failed = [&](int err) {
+        discard();
+        throw cannot(err);
     };
     DxfWriter w(*this);
     // Written in chunks: the drawing is not held twice in memory.
@@ -1402,19 +1434,34 @@ void AcDbDatabase::writeDxf(const std::string& path) const
     try {
         w.run();
     } catch (...) {
-        ::close(fd);
-        ::unlink(name.data());
+        discard();
         throw;
     }
-    ::fchmod(fd, 0644);
+    if (!unnamed) ::fchmod(fd, 0644);
+    if (unnamed) {
+        // linkat cannot replace the target: the file gets a temporary name
+        // for the moment of the rename.
+        const std::string self = "/proc/self/fd/" + std::to_string(fd);
+        int made = -1;
+        for (int attempt = 0; attempt < 100 && made != 0; ++attempt) {
+            std::copy(tmpl.begin(), tmpl.end(), name.begin());
+            const int probe = ::mkstemp(name.data());
+            if (probe < 0) failed(errno);
+            ::close(probe);
+            ::unlink(name.data());
+            made = ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.data(), AT_SYMLINK_FOLLOW);
+            if (made != 0 && errno != EEXIST) failed(errno);
+        }
+        if (made != 0) failed(EEXIST);
+    }
     if (::close(fd) != 0) {
         int err = errno;
         ::unlink(name.data());
-        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+        throw cannot(err);
     }
     if (::rename(name.data(), path.c_str()) != 0) {
         int err = errno;
         ::unlink(name.data());
-        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+        throw cannot(err);
     }
 }

@@ -4,6 +4,8 @@ exit codes and messages, drawings an independent reader accepts after the
 conversion, and bad inputs that fail cleanly without leaving files behind."""
 import os
 import re
+import signal
+import subprocess
 import tempfile
 import time
 import unittest
@@ -118,6 +120,44 @@ class ConvertGoodDrawings(unittest.TestCase):
         if not source:
             self.skipTest(f"corpus not found at {common.CORPUS_DIR}")
         self.convert_and_compare(source, "AC1015")
+
+
+class ConvertKilled(unittest.TestCase):
+    def test_a_killed_save_leaves_the_old_file_and_no_temporary_file(self):
+        with open(common.SAMPLE, "rb") as f:
+            sample = f.read()
+        eol = b"\r\n" if b"\r\n" in sample else b"\n"
+        line = eol.join(b"  0|LINE|  8|0|100|AcDbEntity|100|AcDbLine| 10|1.0| 20|2.0| 30|0.0| 11|3.0| 21|4.0| 31|0.0".split(b"|")) + eol
+        at = sample.index(b"ENDSEC", sample.index(b"ENTITIES")) - 4
+        while sample[at - 1:at] not in (b"\n",):
+            at -= 1
+        with tempfile.TemporaryDirectory() as tmp:
+            big = os.path.join(tmp, "big.dxf")
+            with open(big, "wb") as f:
+                f.write(sample[:at] + line * 300000 + sample[at:])
+            outdir = os.path.join(tmp, "out")
+            os.mkdir(outdir)
+            out = os.path.join(outdir, "out.dxf")
+            for delay in (0.05, 0.3, 0.8, 1.5, 3.0):
+                with self.subTest(delay=delay):
+                    with open(out, "wb") as f:
+                        f.write(b"precious\n")
+                    p = subprocess.Popen([ZEFT, "convert", "-q", big, out],
+                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                    time.sleep(delay)
+                    p.send_signal(signal.SIGKILL)
+                    p.wait()
+                    self.assertEqual(os.listdir(outdir), ["out.dxf"])
+                    with open(out, "rb") as f:
+                        head = f.read(9)
+                    self.assertIn(head, (b"precious\n", sample[:9]), "the old file or the whole new one")
+            # A temporary file of our naming left by a killed save goes with the next save.
+            stale = os.path.join(outdir, ".out.dxf.Ab12Cd")
+            with open(stale, "wb") as f:
+                f.write(b"half a drawing")
+            p = common.run([ZEFT, "convert", "-q", common.SAMPLE, out])
+            self.assertEqual(p.returncode, 0, p.stderr)
+            self.assertEqual(os.listdir(outdir), ["out.dxf"])
 
 
 class ConvertBadInputs(unittest.TestCase):
