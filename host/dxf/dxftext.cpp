@@ -217,7 +217,8 @@ DrawingText drawingTextFromBytes(std::string bytes, const std::string& name) {
 
 DrawingText loadDrawingText(const std::string& path) {
     auto osError = [&](int err) { throw ParseError(path + ": " + std::strerror(err)); };
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Non-blocking: opening a pipe would otherwise wait for a writer.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) osError(errno);
     struct Closer {
         int fd;
