@@ -9,11 +9,13 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <map>
 #include <set>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "host/dbclasses.h"
 #include "host/editor.h"
@@ -57,6 +59,7 @@ struct AcDbDatabase::Impl {
     std::vector<AcDbObjectId> entities;
     std::vector<AcDbObjectId> objects;
     std::vector<AcDbBlockTableRecord*> virtualBlocks;  // owned by their stubs
+    std::unordered_set<const AcDbStub*> detached;
     bool adoptedSinceLoad = false;
     int classListener = 0;
 
@@ -267,6 +270,8 @@ void AcDbDatabase::hostObjectErased(AcDbObject* obj)
     for (auto* r : std::vector<AcDbDatabaseReactor*>(reactors_)) r->objectErased(this, obj, obj->isErased());
 }
 
+void AcDbDatabase::hostObjectDetached(AcDbObject* obj) { impl_->detached.insert(obj->objectId().stub()); }
+
 void AcDbDatabase::addReactor(AcDbDatabaseReactor* r)
 {
     if (std::find(reactors_.begin(), reactors_.end(), r) == reactors_.end()) reactors_.push_back(r);
@@ -369,6 +374,16 @@ bool AcDbDatabase::regApp(const std::wstring& name)
     }
     rec->hostForceClosed();
     return true;
+}
+
+std::string AcDbDatabase::versionName() const
+{
+    static const std::map<std::string, std::string> kNames = {
+        {"AC1006", "R10"},   {"AC1009", "R12"},   {"AC1012", "R13"},   {"AC1014", "R14"},   {"AC1015", "R2000"},
+        {"AC1018", "R2004"}, {"AC1021", "R2007"}, {"AC1024", "R2010"}, {"AC1027", "R2013"}, {"AC1032", "R2018"},
+    };
+    auto it = kNames.find(version_);
+    return it != kNames.end() ? it->second : "";
 }
 
 // --- header ---
@@ -514,6 +529,13 @@ struct DxfLoader {
     bool atEnd = false;
     std::vector<std::pair<AcDbObject*, std::size_t>> needHandle;
     std::unordered_map<std::wstring, std::size_t> classByDxf;
+    std::vector<bool> entityInPaper;  // for each entity of section ENTITIES
+    struct LayoutRef {
+        long long tabOrder;
+        AcDbHandle block;
+    };
+    std::vector<LayoutRef> layouts;
+    std::unordered_map<AcDbBlockTableRecord*, std::size_t> blockAt;  // where each BLOCK was read
 
     struct Rec {
         std::size_t begin = 0, end = 0;
@@ -551,6 +573,13 @@ struct DxfLoader {
         r = Rec();
         r.begin = t.offset;
         r.type = t.value;
+        if (dxf::trim(r.type) == "EOF") {
+            // What follows the end (a DOS end-of-file character, blank lines,
+            // padding) is not part of the drawing and is not looked at.
+            r.type = "EOF";
+            r.end = tk.position();
+            return true;
+        }
         bool inGroup = false, body = false;
         while (tk.next(t)) {
             if (t.code == 0) {
@@ -566,7 +595,7 @@ struct DxfLoader {
                     // An empty handle is as good as none; writers of old drawings leave them.
                     if (dxf::trim(t.value).empty()) break;
                     if (!AcDbHandle::parse(t.value, r.handle))
-                        text.fail(t.offset, "invalid handle '" + std::string(t.value) + "'");
+                        text.fail(t.offset, "invalid handle '" + dxf::excerpt(t.value) + "'");
                     r.hasHandle = !r.handle.isNull();
                     r.handleOffset = t.offset;
                 }
@@ -727,9 +756,9 @@ struct DxfLoader {
             } else {
                 std::string why = dxf::toUtf8(in.errorMessage());
                 while (!why.empty() && (why.front() == '\n' || why.front() == ' ')) why.erase(why.begin());
-                db.warnings_.push_back(text.fileName + ": " + text.where(r.begin) + ": " + std::string(r.type) + " " +
+                db.warnings_.push_back(text.fileName + ": " + text.where(r.begin) + ": " + dxf::excerpt(r.type) + " " +
                                        r.handle.str() + " kept as read (" + Acad::errorName(es) +
-                                       (why.empty() ? "" : ": " + why) + ")");
+                                       (why.empty() ? "" : ": " + dxf::excerpt(why, 200)) + ")");
                 obj = replaceByProxy(s, obj, TagRecord(raw(r)));
             }
         }
@@ -759,7 +788,7 @@ struct DxfLoader {
     {
         Rec r;
         if (!nextRecord(r)) text.fail(text.text.size(), "section " + section + " has no ENDSEC");
-        if (r.type != "ENDSEC") fail(r, "unexpected " + std::string(r.type) + " in section " + section);
+        if (r.type != "ENDSEC") fail(r, "unexpected " + dxf::excerpt(r.type) + " in section " + section);
     }
 
     void load()
@@ -791,14 +820,14 @@ struct DxfLoader {
                 sawEof = true;
                 break;
             }
-            if (r.type != "SECTION") fail(r, "expected SECTION or EOF, found " + std::string(r.type));
+            if (r.type != "SECTION") fail(r, "expected SECTION or EOF, found " + dxf::excerpt(r.type));
             if (r.name.empty()) fail(r, "SECTION without a name");
             std::string name(dxf::trim(r.name));
             // A second copy of a section the host models would be written twice.
             static const std::set<std::string> kModelled = {"HEADER", "CLASSES", "TABLES", "BLOCKS", "ENTITIES", "OBJECTS"};
             if (kModelled.count(name) &&
                 std::any_of(impl.sections.begin(), impl.sections.end(), [&](const auto& s) { return s.name == name; }))
-                fail(r, "section " + name + " appears a second time");
+                fail(r, "section " + dxf::excerpt(name) + " appears a second time");
             if (name == "HEADER") {
                 // The section record holds the variables: drop "0 SECTION" and "2 HEADER".
                 dxf::TagView t2;
@@ -833,9 +862,9 @@ struct DxfLoader {
                 std::size_t begin = sub.position();
                 Rec e;
                 while (nextRecord(e) && e.type != "ENDSEC") {
-                    if (e.type == "SECTION" || e.type == "EOF") fail(e, "section " + name + " has no ENDSEC");
+                    if (e.type == "SECTION" || e.type == "EOF") fail(e, "section " + dxf::excerpt(name) + " has no ENDSEC");
                 }
-                if (e.type != "ENDSEC") text.fail(text.text.size(), "section " + name + " has no ENDSEC");
+                if (e.type != "ENDSEC") text.fail(text.text.size(), "section " + dxf::excerpt(name) + " has no ENDSEC");
                 impl.sections.push_back({name, AcDbDatabase::Impl::Raw, std::string_view(text.text).substr(begin, e.begin - begin)});
             }
         }
@@ -865,7 +894,7 @@ struct DxfLoader {
                         break;
                     }
             }
-            text.fail(at, "unknown code page '" + std::string(dxf::trim(cp)) + "' ($DWGCODEPAGE)");
+            text.fail(at, "unknown code page '" + dxf::excerpt(dxf::trim(cp)) + "' ($DWGCODEPAGE)");
         }
         if (db.getHeaderVar("$HANDSEED", v)) {
             AcDbHandle h;
@@ -887,7 +916,7 @@ struct DxfLoader {
         Rec r;
         while (nextRecord(r)) {
             if (r.type == "ENDSEC") return;
-            if (r.type != "CLASS") fail(r, "expected CLASS in section CLASSES, found " + std::string(r.type));
+            if (r.type != "CLASS") fail(r, "expected CLASS in section CLASSES, found " + dxf::excerpt(r.type));
             AcDbDatabase::Impl::ClassEntry ce;
             ce.rec = TagRecord(raw(r));
             ce.rec.scan([&](int code, std::string_view v) {
@@ -937,7 +966,7 @@ struct DxfLoader {
         Rec r;
         while (nextRecord(r)) {
             if (r.type == "ENDSEC") return;
-            if (r.type != "TABLE") fail(r, "expected TABLE in section TABLES, found " + std::string(r.type));
+            if (r.type != "TABLE") fail(r, "expected TABLE in section TABLES, found " + dxf::excerpt(r.type));
             std::wstring name = acdbToUpper(dxf::fromUtf8(dxf::trim(r.name)));
             AcDbObject* tobj = makeFromClass(tableClass(name, false));
             auto* table = AcDbSymbolTable::cast(tobj);
@@ -1004,22 +1033,20 @@ struct DxfLoader {
             bool sub = r.type == "ATTRIB" || r.type == "VERTEX" || r.type == "SEQEND";
             AcDbObject* obj = makeObject(r, true);
             auto* ent = AcDbEntity::cast(obj);
-            AcDbBlockTableRecord* owner = btr;
-            if (!owner) {
-                owner = r.paper ? paperBlock() : modelBlock();
-            }
             if (sub && parent) {
                 AcDbObjectId id = adopt(obj, r, parent->getAcDbHandle());
                 parent->hostAddSubEntity(id);
                 if (r.type == "SEQEND") parent = nullptr;
                 continue;
             }
-            AcDbObjectId id = adopt(obj, r, owner->getAcDbHandle());
-            if (!r.owner.isNull() && !btr) {
-                if (auto* o = AcDbBlockTableRecord::cast(db.idOf(r.owner).object())) owner = o;
+            if (btr) {
+                btr->hostEntities().push_back(adopt(obj, r, btr->getAcDbHandle()));
+            } else {
+                // Which block records are model space and the current layout is
+                // known at the end only (the LAYOUT objects come last).
+                sectionList->push_back(adopt(obj, r, {}));
+                entityInPaper.push_back(r.paper);
             }
-            owner->hostEntities().push_back(id);
-            if (sectionList) sectionList->push_back(id);
             parent = (r.type == "INSERT" || r.type == "POLYLINE") ? ent : nullptr;
         }
     }
@@ -1045,14 +1072,19 @@ struct DxfLoader {
         if (!nextRecord(r)) text.fail(text.text.size(), "section BLOCKS has no ENDSEC");
         while (true) {
             if (r.type == "ENDSEC") return;
-            if (r.type != "BLOCK") fail(r, "expected BLOCK in section BLOCKS, found " + std::string(r.type));
+            if (r.type != "BLOCK") fail(r, "expected BLOCK in section BLOCKS, found " + dxf::excerpt(r.type));
             AcDbBlockTableRecord* btr = blockRecordFor(r);
+            // A block read twice would be written twice, with its handles.
+            if (auto [first, isNew] = blockAt.emplace(btr, r.begin); !isNew)
+                fail(r, "block '" + dxf::excerpt(dxf::trim(r.name)) + "' appears a second time (first at " +
+                            text.where(first->second) + ")");
             AcDbObject* begin = makeObject(r, true);
             btr->hostBlockBegin = adopt(begin, r, btr->getAcDbHandle());
             impl.blocks.push_back(btr->objectId());
             Rec stop;
             readEntityRun(stop, btr, nullptr, "BLOCKS");
-            if (stop.type != "ENDBLK") fail(stop, "block " + std::string(dxf::trim(r.name)) + " has no ENDBLK");
+            btr->hostEntitiesInBlock = btr->hostEntities().size();
+            if (stop.type != "ENDBLK") fail(stop, "block '" + dxf::excerpt(dxf::trim(r.name)) + "' has no ENDBLK");
             AcDbObject* end = makeObject(stop, true);
             btr->hostBlockEnd = adopt(end, stop, btr->getAcDbHandle());
             if (!nextRecord(r)) text.fail(text.text.size(), "section BLOCKS has no ENDSEC");
@@ -1063,7 +1095,7 @@ struct DxfLoader {
     {
         Rec stop;
         readEntityRun(stop, nullptr, &impl.entities, "ENTITIES");
-        if (stop.type != "ENDSEC") fail(stop, "unexpected " + std::string(stop.type) + " in section ENTITIES");
+        if (stop.type != "ENDSEC") fail(stop, "unexpected " + dxf::excerpt(stop.type) + " in section ENTITIES");
     }
 
     void readObjects()
@@ -1072,6 +1104,7 @@ struct DxfLoader {
         while (nextRecord(r)) {
             if (r.type == "ENDSEC") return;
             if (r.type == "SECTION" || r.type == "EOF") fail(r, "section OBJECTS has no ENDSEC");
+            if (r.type == "LAYOUT") noteLayout(r);
             AcDbObject* obj = makeObject(r, false);
             AcDbObjectId id = adopt(obj, r, {});
             if (impl.objects.empty() && AcDbDictionary::cast(obj)) db.nod_ = id;
@@ -1080,8 +1113,56 @@ struct DxfLoader {
         text.fail(text.text.size(), "section OBJECTS has no ENDSEC");
     }
 
+    // A layout's tab order (0: model space) and the block record it points at.
+    void noteLayout(const Rec& r)
+    {
+        LayoutRef ref{-1, {}};
+        bool inLayout = false;
+        for (const dxf::TagView& t : dxf::splitTags(raw(r))) {
+            if (t.code == 100) inLayout = dxf::trim(t.value) == "AcDbLayout";
+            else if (inLayout && t.code == 71) dxf::parseInt(t.value, ref.tabOrder);
+            else if (inLayout && t.code == 330) AcDbHandle::parse(t.value, ref.block);
+        }
+        if (ref.tabOrder >= 0 && !ref.block.isNull()) layouts.push_back(ref);
+    }
+
+    // Model space and the current layout are the block records that own the
+    // entities of section ENTITIES, else those the layouts point at, else the
+    // ones named so: some writers give them anonymous names.
+    void findSpaces()
+    {
+        auto recordOf = [&](AcDbHandle h) -> AcDbBlockTableRecord* {
+            auto* b = AcDbBlockTableRecord::cast(db.idOf(h).object());
+            return b && !b->hostVirtual ? b : nullptr;
+        };
+        AcDbBlockTableRecord *model = nullptr, *paper = nullptr;
+        for (std::size_t i = 0; i < impl.entities.size() && !(model && paper); ++i) {
+            AcDbBlockTableRecord*& space = entityInPaper[i] ? paper : model;
+            if (!space) space = recordOf(impl.entities[i].object()->hostOwnerHandle());
+        }
+        if (!model)
+            for (const LayoutRef& l : layouts)
+                if (l.tabOrder == 0 && (model = recordOf(l.block))) break;
+        if (model) db.modelSpace_ = model->objectId();
+        if (paper && paper != model) db.paperSpace_ = paper->objectId();
+        if (db.paperSpace_.isNull() || db.paperSpace_ == db.modelSpace_) {
+            db.paperSpace_ = {};
+            // The first layout after model space.
+            const LayoutRef* first = nullptr;
+            for (const LayoutRef& l : layouts)
+                if (l.tabOrder > 0 && recordOf(l.block) && recordOf(l.block) != model && (!first || l.tabOrder < first->tabOrder))
+                    first = &l;
+            if (first) db.paperSpace_ = recordOf(first->block)->objectId();
+        }
+        if (db.modelSpace_.isNull()) modelBlock();
+        if (db.paperSpace_.isNull() &&
+            (db.isR12OrOlder() || std::find(entityInPaper.begin(), entityInPaper.end(), true) != entityInPaper.end()))
+            paperBlock();
+    }
+
     void finish()
     {
+        findSpaces();
         std::uint64_t maxHandle = 0;
         for (auto& [h, s] : impl.byHandle) maxHandle = std::max(maxHandle, h);
         impl.nextHandle = std::max(maxHandle + 1, impl.seedInFile);
@@ -1095,8 +1176,12 @@ struct DxfLoader {
             if (auto* t = AcDbSymbolTable::cast(tid.object()))
                 for (AcDbObjectId rid : t->hostRecords())
                     if (rid.object()->hostOwnerHandle().isNull()) rid.object()->hostSetOwnerHandle(t->getAcDbHandle());
-        if (db.modelSpace_.isNull()) modelBlock();
-        if (db.paperSpace_.isNull() && db.isR12OrOlder()) paperBlock();
+        for (std::size_t i = 0; i < impl.entities.size(); ++i) {
+            auto* space = AcDbBlockTableRecord::cast((entityInPaper[i] ? db.paperSpace_ : db.modelSpace_).object());
+            AcDbObject* e = impl.entities[i].object();
+            if (e->hostOwnerHandle().isNull()) e->hostSetOwnerHandle(space->getAcDbHandle());
+            space->hostEntities().push_back(impl.entities[i]);
+        }
         for (auto& v : impl.virtualBlocks)
             for (AcDbObjectId e : v->hostEntities())
                 if (e.object()->hostOwnerHandle().isNull()) e.object()->hostSetOwnerHandle(v->getAcDbHandle());
@@ -1177,6 +1262,17 @@ struct DxfWriter {
             for (AcDbObjectId sub : ent->subEntities()) object(sub);
     }
 
+    // An object the host erased or detached, or one owned by such an object,
+    // is not saved; owners the input left dangling are kept as they were.
+    bool gone(const AcDbObject* o, int depth = 0) const
+    {
+        if (!o || depth > 64) return false;
+        if (o->isErased() && depth > 0) return true;
+        if (!impl.detached.empty() && impl.detached.count(o->objectId().stub()) && o->hostOwnerHandle().isNull()) return true;
+        AcDbHandle owner = o->hostOwnerHandle();
+        return !owner.isNull() && gone(db.idOf(owner).object(), depth + 1);
+    }
+
     void classes()
     {
         for (auto& c : impl.classes) record(c.rec);
@@ -1243,8 +1339,12 @@ struct DxfWriter {
                     auto* btr = AcDbBlockTableRecord::cast(bid.object());
                     if (!btr || (btr->isErased() && !btr->hostVirtual)) continue;
                     object(btr->hostBlockBegin);
-                    if (bid != db.modelSpaceId() && bid != db.paperSpaceId())
-                        for (AcDbObjectId e : btr->hostEntities()) object(e);
+                    // Entities of model space and the current layout that were
+                    // not read inside the block go to section ENTITIES.
+                    const auto& ents = btr->hostEntities();
+                    const bool space = bid == db.modelSpaceId() || bid == db.paperSpaceId();
+                    const std::size_t n = space ? std::min(btr->hostEntitiesInBlock, ents.size()) : ents.size();
+                    for (std::size_t i = 0; i < n; ++i) object(ents[i]);
                     object(btr->hostBlockEnd);
                 }
                 break;
@@ -1252,7 +1352,8 @@ struct DxfWriter {
                 for (AcDbObjectId e : impl.entities) object(e);
                 break;
             case AcDbDatabase::Impl::Objects:
-                for (AcDbObjectId o : impl.objects) object(o);
+                for (AcDbObjectId o : impl.objects)
+                    if (!gone(o.object())) object(o);
                 break;
             case AcDbDatabase::Impl::Raw:
                 out.append(s.raw);
@@ -1281,20 +1382,51 @@ struct DxfWriter {
 
 std::string AcDbDatabase::dxfText() const { return DxfWriter(*this).run(); }
 
+namespace {
+// Temporary files of a save are named ".NAME.XXXXXX" beside the target. One
+// left by a save that was killed holds no lock: it is removed by the next save.
+void removeStaleTemporaries(const std::filesystem::path& dir, const std::string& target)
+{
+    const std::string prefix = "." + target + ".";
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(dir, ec)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() != prefix.size() + 6 || name.compare(0, prefix.size(), prefix) != 0) continue;
+        if (!entry.is_regular_file(ec)) continue;
+        const int fd = ::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (fd < 0) continue;
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0) ::unlink(entry.path().c_str());
+        ::close(fd);
+    }
+}
+}  // namespace
+
 void AcDbDatabase::writeDxf(const std::string& path) const
 {
     namespace fs = std::filesystem;
     fs::path target(path);
     fs::path dir = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    removeStaleTemporaries(dir, target.filename().string());
     std::string tmpl = (dir / ("." + target.filename().string() + ".XXXXXX")).string();
     std::vector<char> name(tmpl.begin(), tmpl.end());
     name.push_back('\0');
-    int fd = ::mkstemp(name.data());
-    if (fd < 0) throw std::runtime_error(path + ": cannot write: " + std::strerror(errno));
-    auto failed = [&](int err) {
+    auto cannot = [&](int err) { return std::runtime_error(path + ": cannot write: " + std::strerror(err)); };
+    // An unnamed file vanishes with the process when a save is killed; where
+    // the file system has none, a named one locked while it is written.
+    int fd = ::open(dir.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+    const bool unnamed = fd >= 0;
+    if (!unnamed) {
+        fd = ::mkstemp(name.data());
+        if (fd < 0) throw cannot(errno);
+    }
+    ::flock(fd, LOCK_EX | LOCK_NB);
+    auto discard = [&] {
         ::close(fd);
-        ::unlink(name.data());
-        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+        if (!unnamed) ::unlink(name.data());
+    };
+    auto failed = [&](int err) {
+        discard();
+        throw cannot(err);
     };
     DxfWriter w(*this);
     // Written in chunks: the drawing is not held twice in memory.
@@ -1311,19 +1443,34 @@ void AcDbDatabase::writeDxf(const std::string& path) const
     try {
         w.run();
     } catch (...) {
-        ::close(fd);
-        ::unlink(name.data());
+        discard();
         throw;
     }
-    ::fchmod(fd, 0644);
+    if (!unnamed) ::fchmod(fd, 0644);
+    if (unnamed) {
+        // linkat cannot replace the target: the file gets a temporary name
+        // for the moment of the rename.
+        const std::string self = "/proc/self/fd/" + std::to_string(fd);
+        int made = -1;
+        for (int attempt = 0; attempt < 100 && made != 0; ++attempt) {
+            std::copy(tmpl.begin(), tmpl.end(), name.begin());
+            const int probe = ::mkstemp(name.data());
+            if (probe < 0) failed(errno);
+            ::close(probe);
+            ::unlink(name.data());
+            made = ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.data(), AT_SYMLINK_FOLLOW);
+            if (made != 0 && errno != EEXIST) failed(errno);
+        }
+        if (made != 0) failed(EEXIST);
+    }
     if (::close(fd) != 0) {
         int err = errno;
         ::unlink(name.data());
-        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+        throw cannot(err);
     }
     if (::rename(name.data(), path.c_str()) != 0) {
         int err = errno;
         ::unlink(name.data());
-        throw std::runtime_error(path + ": cannot write: " + std::strerror(err));
+        throw cannot(err);
     }
 }

@@ -117,7 +117,9 @@ public:
     Acad::ErrorStatus deepCloneObjects(const AcDbObjectIdArray& ids, AcDbObjectId owner, AcDbIdMapping& idMap);
 
     // Version and text encoding.
-    std::string version() const { return version_; }  // "AC1027"
+    std::string version() const { return version_; }  // "AC1027", as read: may be anything
+    // "R2013" for the versions the host knows, else "".
+    std::string versionName() const;
     bool isR12OrOlder() const { return version_ < "AC1012"; }
     const dxf::Codec& codec() const { return codec_; }
     std::wstring decode(std::string_view raw) const { return codec_.decode(raw); }
@@ -144,6 +146,9 @@ public:
     int dbmod() const { return dbmod_; }
     void setDbmod(int v) { dbmod_ = v; }
     void hostObjectErased(AcDbObject* obj);
+    // The host took the object out of its owner (a dictionary entry removed):
+    // it is not saved unless it gets an owner again.
+    void hostObjectDetached(AcDbObject* obj);
     void hostAppendToBlock(AcDbBlockTableRecord* btr, AcDbEntity* ent);
     // Copies an entity of this drawing; false when its class cannot be copied.
     bool hostCopyEntity(AcDbObjectId source, AcDbHostEntityCopy& copy) const;

@@ -250,6 +250,7 @@ Acad::ErrorStatus AcDbDictionary::remove(const wchar_t* key, AcDbObjectId& id)
     if (AcDbObject* o = id.object()) {
         o->removePersistentReactor(objectId());
         o->setOwnerId(AcDbObjectId());
+        database()->hostObjectDetached(o);
     }
     return Acad::eOk;
 }

@@ -336,12 +336,17 @@ static bool startsWithNoCase(const std::wstring& s, const wchar_t* prefix)
 
 bool AcDbBlockTableRecord::isModelSpace() const
 {
+    // The drawing knows its model space by what owns it; some writers give it another name.
+    if (const AcDbDatabase* db = database(); db && !db->modelSpaceId().isNull()) return objectId() == db->modelSpaceId();
     std::wstring n = getName();
     return acdbToUpper(n) == L"*MODEL_SPACE" || acdbToUpper(n) == L"$MODEL_SPACE";
 }
 
 bool AcDbBlockTableRecord::isPaperSpace() const
 {
+    if (isModelSpace()) return false;
+    if (const AcDbDatabase* db = database(); db && objectId() == db->paperSpaceId()) return true;
+    if (AcDbObject* layout = getLayoutId().object(); layout && layout->dxfRecordName() == L"LAYOUT") return true;
     std::wstring n = getName();
     return startsWithNoCase(n, L"*PAPER_SPACE") || startsWithNoCase(n, L"$PAPER_SPACE");
 }

@@ -140,6 +140,9 @@ public:
     // --- host internals ---
     std::vector<AcDbObjectId>& hostEntities() { return entities_; }
     AcDbObjectId hostBlockBegin, hostBlockEnd;  // BLOCK and ENDBLK records
+    // How many of the entities were read inside the BLOCK: for model space and
+    // the current layout, the rest belong to the ENTITIES section.
+    std::size_t hostEntitiesInBlock = 0;
     bool hostVirtual = false;                   // made for a drawing without block records
     std::wstring hostName;                      // name for virtual records
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <algorithm>
 #include <map>
+#include <new>
 
 #include "host/database.h"
 #include "host/dbclasses.h"
@@ -65,6 +66,9 @@ bool openDrawing(const std::string& path, OpenDrawing& out)
         out.doc = acDocManager->open(std::move(db));
         out.db = out.doc->database();
         return true;
+    } catch (const std::bad_alloc&) {
+        failure(path + ": out of memory");
+        return false;
     } catch (const std::exception& e) {
         failure(e.what());
         return false;
@@ -76,6 +80,9 @@ bool writeDrawing(AcDbDatabase* db, const std::string& path)
     try {
         db->writeDxf(path);
         return true;
+    } catch (const std::bad_alloc&) {
+        failure(path + ": out of memory");
+        return false;
     } catch (const std::exception& e) {
         failure(e.what());
         return false;
@@ -102,9 +109,13 @@ int cmdConvert(const std::vector<std::string>& args)
         auto db = AcDbDatabase::readDxf(files[0]);
         for (const auto& w : db->readWarnings()) std::fprintf(stderr, "zeftlayer: warning: %s\n", w.c_str());
         db->writeDxf(files[1]);
-        if (!quiet) std::printf("%s -> %s (%s)\n", files[0].c_str(), files[1].c_str(), db->version().c_str());
-    } catch (const dxf::ParseError& e) {
-        std::fprintf(stderr, "zeftlayer: %s\n", e.what());
+        if (!quiet) {
+            std::string version = db->versionName();
+            if (version.empty()) version = "version '" + dxf::excerpt(db->version(), 16) + "'";
+            std::printf("%s -> %s (%s)\n", files[0].c_str(), files[1].c_str(), version.c_str());
+        }
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "zeftlayer: %s: out of memory\n", files[0].c_str());
         return kFailure;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "zeftlayer: %s\n", e.what());

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ int main(int argc, char** argv)
     if (!ec) zeftlayer::setProgramFile(self.string());
     try {
         return zeftlayer::run(args);
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "zeftlayer: out of memory\n");
+        return zeftlayer::kFailure;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "zeftlayer: %s\n", e.what());
         return zeftlayer::kFailure;

@@ -77,7 +77,11 @@ inline bool parseCode(const char* p, const char* e, int& code) {
     return true;
 }
 
-enum class Step { Tag, End, BadCode, NoValue };
+// Far beyond the longest line a DXF writer produces (string values end at
+// 2049 bytes); a longer one means the file is not DXF.
+constexpr std::size_t kMaxLine = 1 << 16;
+
+enum class Step { Tag, End, BadCode, NoValue, LongLine };
 
 // One tag from [pos, end). On BadCode/NoValue `pos` is left at the code line
 // and tag.code holds the code (NoValue) for the message.
@@ -87,6 +91,7 @@ inline Step scanTag(const char* d, std::size_t& pos, std::size_t end, TagView& t
     const char* e = d + end;
     const char* nl = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(e - p)));
     const char* codeEnd = nl ? nl : e;
+    if (static_cast<std::size_t>(codeEnd - p) > kMaxLine) return Step::LongLine;
     if (!parseCode(p, codeEnd, tag.code)) {
         // Blank lines after the last tag are not an error.
         if (std::all_of(p, e, isSpace)) {
@@ -99,6 +104,10 @@ inline Step scanTag(const char* d, std::size_t& pos, std::size_t end, TagView& t
     const char* v = nl + 1;
     const char* vnl = static_cast<const char*>(std::memchr(v, '\n', static_cast<std::size_t>(e - v)));
     const char* vend = vnl ? vnl : e;
+    if (static_cast<std::size_t>(vend - v) > kMaxLine) {
+        pos = static_cast<std::size_t>(v - d);
+        return Step::LongLine;
+    }
     const char* next = vnl ? vnl + 1 : e;
     if (vend > v && vend[-1] == '\r') --vend;
     tag.value = std::string_view(v, static_cast<std::size_t>(vend - v));
@@ -107,28 +116,12 @@ inline Step scanTag(const char* d, std::size_t& pos, std::size_t end, TagView& t
     return Step::Tag;
 }
 
-// A code line quoted in a message: short, printable.
+// A code line quoted in a message.
 std::string quoteLine(std::string_view text, std::size_t offset) {
     std::string_view line = text.substr(std::min(offset, text.size()));
     line = line.substr(0, line.find('\n'));
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    constexpr std::size_t kMax = 40;
-    const bool cut = line.size() > kMax;
-    if (cut) line = line.substr(0, kMax);
-    std::string out;
-    for (char ch : line) {
-        const auto c = static_cast<unsigned char>(ch);
-        if (c >= 0x20 && c < 0x7f) {
-            out += ch;
-        } else {
-            static constexpr char hex[] = "0123456789ABCDEF";
-            out += "\\x";
-            out += hex[c >> 4];
-            out += hex[c & 15];
-        }
-    }
-    if (cut) out += "...";
-    return out;
+    return excerpt(line);
 }
 
 constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
@@ -160,6 +153,25 @@ std::string detectEol(std::string_view text) {
 }
 
 }  // namespace
+
+std::string excerpt(std::string_view value, std::size_t max) {
+    const bool cut = value.size() > max;
+    if (cut) value = value.substr(0, max);
+    std::string out;
+    for (char ch : value) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (c >= 0x20 && c < 0x7f && c != '\\') {
+            out += ch;
+        } else {
+            static constexpr char hex[] = "0123456789ABCDEF";
+            out += "\\x";
+            out += hex[c >> 4];
+            out += hex[c & 15];
+        }
+    }
+    if (cut) out += "...";
+    return out;
+}
 
 ValueType valueType(int code) {
     if (code < 0 || static_cast<std::size_t>(code) >= kTypes.type.size()) return ValueType::String;
@@ -205,7 +217,8 @@ DrawingText drawingTextFromBytes(std::string bytes, const std::string& name) {
 
 DrawingText loadDrawingText(const std::string& path) {
     auto osError = [&](int err) { throw ParseError(path + ": " + std::strerror(err)); };
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Non-blocking: opening a pipe would otherwise wait for a writer.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) osError(errno);
     struct Closer {
         int fd;
@@ -215,25 +228,37 @@ DrawingText loadDrawingText(const std::string& path) {
     struct stat st {};
     if (::fstat(fd, &st) != 0) osError(errno);
     if (S_ISDIR(st.st_mode)) osError(EISDIR);
+    // Devices, pipes and sockets may never end (/dev/zero).
+    if (!S_ISREG(st.st_mode)) throw ParseError(path + ": not a regular file");
 
     std::string bytes;
-    // Regular files are read in one go; the loop also copes with files that
-    // change size underneath and with pipes.
-    std::size_t want = S_ISREG(st.st_mode) ? static_cast<std::size_t>(st.st_size) + 1 : 1 << 16;
-    std::size_t used = 0;
-    for (;;) {
-        if (bytes.size() < used + want) bytes.resize(used + want);
-        const ssize_t n = ::read(fd, bytes.data() + used, bytes.size() - used);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            osError(errno);
+    auto readTo = [&](std::size_t size) {
+        std::size_t used = bytes.size();
+        bytes.resize(size);
+        while (used < size) {
+            const ssize_t n = ::read(fd, bytes.data() + used, size - used);
+            if (n < 0) {
+                if (errno == EINTR) continue;
+                osError(errno);
+            }
+            if (n == 0) break;
+            used += static_cast<std::size_t>(n);
         }
-        if (n == 0) break;
-        used += static_cast<std::size_t>(n);
-        if (used == bytes.size()) want = std::max<std::size_t>(used, 1 << 16);
-        else want = 0;
+        bytes.resize(used);
+        return used == size;
+    };
+    // The head tells a drawing from other data before the rest is read.
+    const std::size_t size = static_cast<std::size_t>(st.st_size);
+    constexpr std::size_t kHead = 1 << 16;
+    if (readTo(std::min(size, kHead)) && size > kHead) {
+        if (std::string_view(bytes).substr(0, kBinarySentinel.size()) != kBinarySentinel) {
+            checkLooksLikeDxf(bytes, path);
+            if (bytes.find('\n') == std::string::npos)
+                throw ParseError(path + ": line 1: no line break in the first " + std::to_string(kHead) + " bytes (not a DXF file)");
+        }
+        readTo(size);
     }
-    bytes.resize(used);
+    // A file that grew meanwhile is read as it was when opened.
     return drawingTextFromBytes(std::move(bytes), path);
 }
 
@@ -255,6 +280,8 @@ bool Tokenizer::next(TagView& tag) {
         drawing_.fail(start, "invalid group code '" + quoteLine(drawing_.text, start) + "'");
     case Step::NoValue:
         drawing_.fail(start, "unexpected end of file (value missing for group code " + std::to_string(tag.code) + ")");
+    case Step::LongLine:
+        drawing_.fail(pos_, "line longer than " + std::to_string(kMaxLine) + " bytes (not a DXF line)");
     }
     return false;
 }

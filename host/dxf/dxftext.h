@@ -95,5 +95,8 @@ std::string formatDouble(double v);
 bool parseInt(std::string_view s, long long& out);
 bool parseDouble(std::string_view s, double& out);
 std::string_view trim(std::string_view s);
+// A value from a file quoted in a message: at most `max` bytes, then "...";
+// bytes outside printable ASCII (and the backslash) as "\xNN".
+std::string excerpt(std::string_view value, std::size_t max = 40);
 
 }  // namespace dxf

@@ -4,7 +4,10 @@ exit codes and messages, drawings an independent reader accepts after the
 conversion, and bad inputs that fail cleanly without leaving files behind."""
 import os
 import re
+import signal
+import subprocess
 import tempfile
+import time
 import unittest
 
 import common
@@ -12,6 +15,7 @@ from common import ezdxf
 
 ZEFT = common.program("zeftlayer")
 BINARY_DRAWING = "dxf/ezdxf/integration_tests/data/bin_dxf_r2000.dxf"
+VERSION_NAMES = {"AC1015": "R2000", "AC1027": "R2013"}
 
 
 class Drawing:
@@ -91,7 +95,7 @@ class ConvertGoodDrawings(unittest.TestCase):
             out = os.path.join(tmp, "out.dxf")
             p = common.run([ZEFT, "convert", source, out])
             self.assertEqual(p.returncode, 0, p.stderr)
-            self.assertEqual(p.stdout, f"{source} -> {out} ({version})\n")
+            self.assertEqual(p.stdout, f"{source} -> {out} ({VERSION_NAMES[version]})\n")
             self.assertEqual(os.listdir(tmp), ["out.dxf"])
             with open(out, "rb") as f:
                 head = f.read(64)
@@ -116,6 +120,44 @@ class ConvertGoodDrawings(unittest.TestCase):
         if not source:
             self.skipTest(f"corpus not found at {common.CORPUS_DIR}")
         self.convert_and_compare(source, "AC1015")
+
+
+class ConvertKilled(unittest.TestCase):
+    def test_a_killed_save_leaves_the_old_file_and_no_temporary_file(self):
+        with open(common.SAMPLE, "rb") as f:
+            sample = f.read()
+        eol = b"\r\n" if b"\r\n" in sample else b"\n"
+        line = eol.join(b"  0|LINE|  8|0|100|AcDbEntity|100|AcDbLine| 10|1.0| 20|2.0| 30|0.0| 11|3.0| 21|4.0| 31|0.0".split(b"|")) + eol
+        at = sample.index(b"ENDSEC", sample.index(b"ENTITIES")) - 4
+        while sample[at - 1:at] not in (b"\n",):
+            at -= 1
+        with tempfile.TemporaryDirectory() as tmp:
+            big = os.path.join(tmp, "big.dxf")
+            with open(big, "wb") as f:
+                f.write(sample[:at] + line * 300000 + sample[at:])
+            outdir = os.path.join(tmp, "out")
+            os.mkdir(outdir)
+            out = os.path.join(outdir, "out.dxf")
+            for delay in (0.05, 0.3, 0.8, 1.5, 3.0):
+                with self.subTest(delay=delay):
+                    with open(out, "wb") as f:
+                        f.write(b"precious\n")
+                    p = subprocess.Popen([ZEFT, "convert", "-q", big, out],
+                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                    time.sleep(delay)
+                    p.send_signal(signal.SIGKILL)
+                    p.wait()
+                    self.assertEqual(os.listdir(outdir), ["out.dxf"])
+                    with open(out, "rb") as f:
+                        head = f.read(9)
+                    self.assertIn(head, (b"precious\n", sample[:9]), "the old file or the whole new one")
+            # A temporary file of our naming left by a killed save goes with the next save.
+            stale = os.path.join(outdir, ".out.dxf.Ab12Cd")
+            with open(stale, "wb") as f:
+                f.write(b"half a drawing")
+            p = common.run([ZEFT, "convert", "-q", common.SAMPLE, out])
+            self.assertEqual(p.returncode, 0, p.stderr)
+            self.assertEqual(os.listdir(outdir), ["out.dxf"])
 
 
 class ConvertBadInputs(unittest.TestCase):
@@ -238,6 +280,35 @@ class ConvertBadInputs(unittest.TestCase):
         i = d.find(9, "$DWGCODEPAGE") + 1
         d.tags[i][1] = b"FOO_999"
         self.assert_fails_cleanly(self.write("codepage.dxf", d.bytes()), f"line {d.line_of(i)}", ["FOO_999"])
+
+    def test_endless_or_unbounded_input(self):
+        """Fails at once, in bounded memory, naming the place and the reason."""
+        long_value = self.sample.replace(b"\nAC1027", b"\nAC" + b"9" * 70000, 1)
+        for name, source, where, reason in [
+            ("device", "/dev/zero", None, "not a regular file"),
+            ("fifo", None, None, "not a regular file"),
+            ("no_line_breaks.dxf", b"  0" + b" " * 200000, r"line 1", "no line break"),
+            ("long_line.dxf", long_value, r"line \d+", "line longer than"),
+        ]:
+            with self.subTest(name=name):
+                if source is None:
+                    source = os.path.join(self.indir, name)
+                    if not os.path.exists(source):
+                        os.mkfifo(source)
+                elif isinstance(source, bytes):
+                    source = self.write(name, source)
+                started = time.monotonic()
+                message = self.assert_fails_cleanly(source, where, [reason])
+                self.assertLess(time.monotonic() - started, 10, "two failed converts")
+                self.assertLess(len(message), 300, message)
+
+    def test_values_quoted_in_messages_are_short_and_escaped(self):
+        d = Drawing(common.SAMPLE)
+        (i,) = d.entity_handles("LINE", 1)
+        d.tags[i][1] = b"\x1b[31m" + b"Z" * 5000
+        message = self.assert_fails_cleanly(self.write("loud_handle.dxf", d.bytes()), f"line {d.line_of(i)}",
+                                            ["\\x1B[31mZZZ", "..."])
+        self.assertLess(len(message), 300, message)
 
     def test_missing_input(self):
         self.assert_fails_cleanly(os.path.join(self.indir, "does_not_exist.dxf"))

@@ -4,7 +4,10 @@
 #include <string>
 #include <utility>
 
+#include <gtest/gtest.h>
+
 #include "host/database.h"
+#include "host/dbclasses.h"
 #include "host/dxf/dxftext.h"
 
 // DXF text of tags.
@@ -23,4 +26,15 @@ inline std::string drawingWith(const std::string& classes, const std::string& se
     text.insert(text.find("  0\nENDSEC\n", text.find("  2\n" + section + "\n")), records);
     const std::string head = "  2\nCLASSES\n";
     return text.insert(text.find(head) + head.size(), classes);
+}
+
+// A line appended to model space or the given block record.
+inline AcDbObjectId addLine(AcDbDatabase& db, AcGePoint3d a = {}, AcGePoint3d b = {1, 1, 0}, AcDbObjectId space = {})
+{
+    AcDbObjectPointer<AcDbBlockTableRecord> btr(space.isNull() ? db.modelSpaceId() : space, AcDb::kForWrite);
+    AcDbObjectId id;
+    auto* line = new AcDbLine(a, b);
+    EXPECT_EQ(btr->appendAcDbEntity(id, line), Acad::eOk);
+    line->close();
+    return id;
 }

@@ -15,6 +15,7 @@
 
 #include "host/database.h"
 #include "host/dxf/dxftext.h"
+#include "tests/host/builders.h"
 
 namespace {
 
@@ -111,6 +112,29 @@ std::string firstDifference(const dxf::DrawingText& in, const dxf::DrawingText& 
     return msg.str();
 }
 
+// The drawing writes the tags of `input` and the written text reads back and
+// writes the very same text again, with every handle once.
+void expectWritesBack(const AcDbDatabase& db, const dxf::DrawingText& input, const std::string& name)
+{
+    const std::string written = db.dxfText();
+    const dxf::DrawingText output = dxf::drawingTextFromBytes(written, name + " (written)");
+    EXPECT_FALSE(output.wasBinary);
+    const std::string diff = firstDifference(input, output);
+    EXPECT_EQ(diff, "") << name;
+
+    std::unique_ptr<AcDbDatabase> again;
+    try {
+        again = AcDbDatabase::readDxfBytes(written, name + " (written)");
+    } catch (const std::exception& e) {
+        FAIL() << "written text does not read back: " << e.what();
+    }
+    const std::string rewritten = again->dxfText();
+    if (rewritten != written) {
+        const std::string d = firstDifference(output, dxf::drawingTextFromBytes(rewritten, "rewritten"));
+        ADD_FAILURE() << "second write differs from the first" << (d.empty() ? " (same tags, other bytes)" : ":\n" + d);
+    }
+}
+
 class CorpusDrawing : public ::testing::TestWithParam<CorpusFile> {
 protected:
     void SetUp() override
@@ -151,24 +175,7 @@ TEST_P(CorpusDrawing, WritesBackTagForTagAndIdempotently)
 
     const dxf::DrawingText input = dxf::loadDrawingText(file);
     EXPECT_EQ(input.wasBinary, GetParam().format == "binary");
-    const std::string written = db->dxfText();
-    const dxf::DrawingText output = dxf::drawingTextFromBytes(written, file + " (written)");
-    EXPECT_FALSE(output.wasBinary);
-    const std::string diff = firstDifference(input, output);
-    EXPECT_EQ(diff, "") << file;
-
-    // The written drawing reads back and writes the very same text.
-    std::unique_ptr<AcDbDatabase> again;
-    try {
-        again = AcDbDatabase::readDxfBytes(written, file + " (written)");
-    } catch (const std::exception& e) {
-        FAIL() << "written text does not read back: " << e.what();
-    }
-    const std::string rewritten = again->dxfText();
-    if (rewritten != written) {
-        const std::string d = firstDifference(output, dxf::drawingTextFromBytes(rewritten, "rewritten"));
-        ADD_FAILURE() << "second write differs from the first" << (d.empty() ? " (same tags, other bytes)" : ":\n" + d);
-    }
+    expectWritesBack(*db, input, file);
 }
 
 std::string testName(const ::testing::TestParamInfo<CorpusFile>& info)
@@ -181,6 +188,91 @@ std::string testName(const ::testing::TestParamInfo<CorpusFile>& info)
 }
 
 INSTANTIATE_TEST_SUITE_P(corpus, CorpusDrawing, ::testing::ValuesIn(corpusFiles()), testName);
+
+// ---- drawings of our own making, each of a class of real files ------------
+
+std::string replaced(std::string text, const std::string& from, const std::string& to)
+{
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) text.replace(at, from.size(), to);
+    return text;
+}
+
+std::string lineRecord(const std::string& handle, const std::string& owner, bool paper)
+{
+    std::string text = tagText({{0, "LINE"}, {5, handle}, {330, owner}, {100, "AcDbEntity"}});
+    if (paper) text += tagText({{67, "1"}});
+    return text + tagText({{8, "0"}, {100, "AcDbLine"}, {10, "0.0"}, {20, "0.0"}, {30, "0.0"}, {11, "1.0"}, {21, "2.0"}, {31, "0.0"}});
+}
+
+// Model space and the layout under anonymous names ("*U12"), their real names
+// on the layouts only; with a line in each when `entities`.
+std::string anonymousSpaces(bool entities)
+{
+    std::string text = replaced(replaced(AcDbDatabase().dxfText(), "*Model_Space", "*U12"), "*Paper_Space", "*U13");
+    if (!entities) return text;
+    return drawingWith("", "ENTITIES", lineRecord("2F0", "17", false) + lineRecord("2F1", "1B", true), text);
+}
+
+struct MadeDrawing {
+    std::string name;
+    std::string bytes;
+    std::string writes;  // the drawing whose tags it writes; empty: its own
+};
+void PrintTo(const MadeDrawing& d, std::ostream* os) { *os << d.name; }
+
+std::vector<MadeDrawing> madeDrawings()
+{
+    const std::string plain = AcDbDatabase().dxfText();
+    return {
+        {"dos_eof_character_after_eof", plain + "\x1a", plain},
+        {"blank_lines_after_eof", plain + "\r\n\n  \n", plain},
+        {"padding_after_eof", plain + std::string(4096, ' '), plain},
+        {"nul_padding_after_eof", plain + std::string(1000, '\0'), plain},
+        {"other_bytes_after_eof", plain + "\x1a\x1a junk\n 12\n", plain},
+        {"anonymous_spaces", anonymousSpaces(true), ""},
+        {"anonymous_spaces_without_entities", anonymousSpaces(false), ""},
+    };
+}
+
+class MadeDrawingTest : public ::testing::TestWithParam<MadeDrawing> {};
+
+TEST_P(MadeDrawingTest, WritesBackTagForTagAndIdempotently)
+{
+    const MadeDrawing& d = GetParam();
+    std::unique_ptr<AcDbDatabase> db;
+    try {
+        db = AcDbDatabase::readDxfBytes(d.bytes, d.name);
+    } catch (const std::exception& e) {
+        FAIL() << "read failed: " << e.what();
+    }
+    expectWritesBack(*db, dxf::drawingTextFromBytes(d.writes.empty() ? d.bytes : d.writes, d.name), d.name);
+}
+
+INSTANTIATE_TEST_SUITE_P(made, MadeDrawingTest, ::testing::ValuesIn(madeDrawings()),
+                         [](const auto& info) { return info.param.name; });
+
+// Spaces are the block records the entities and layouts point at, whatever
+// their names; an entity is written once, where it belongs.
+TEST(made, AnonymousSpacesAreFoundByTheirOwnersAndLayouts)
+{
+    for (bool entities : {true, false}) {
+        SCOPED_TRACE(entities ? "with entities" : "layouts only");
+        auto db = AcDbDatabase::readDxfBytes(anonymousSpaces(entities), "anonymous.dxf");
+        EXPECT_EQ(db->modelSpaceId().handle().str(), "17");
+        EXPECT_EQ(db->paperSpaceId().handle().str(), "1B");
+        const AcDbObjectId model = addLine(*db), paper = addLine(*db, {}, {2, 2, 0}, db->paperSpaceId());
+        const std::string out = db->dxfText();
+        const std::size_t entitiesAt = out.find("\nENTITIES\n"), objectsAt = out.find("\nOBJECTS\n");
+        std::vector<std::string> handles = {model.handle().str(), paper.handle().str()};
+        if (entities) handles.insert(handles.end(), {"2F0", "2F1"});
+        for (const std::string& h : handles) {
+            const std::string tag = "\n  5\n" + h + "\n";
+            const std::size_t at = out.find(tag);
+            EXPECT_TRUE(at > entitiesAt && at < objectsAt) << h << " is not in section ENTITIES";
+            EXPECT_EQ(out.find(tag, at + 1), std::string::npos) << h << " is written twice";
+        }
+    }
+}
 
 // The list of refused drawings stays honest: every entry is in the manifest
 // as a drawing the independent reader loads.

@@ -105,13 +105,27 @@ TEST(Dictionaries, AddFindRenameIterateAndDetach) {
     ASSERT_EQ(AcDbObjectPointer<AcDbXrecord>(gen2, kForWrite)->erase(), eOk);
     EXPECT_EQ(keysOf(sub.object()), Keys{L"GAMMA"});
     const AcDbObjectId last = put(sub.object(), L"Last");
+    // A dictionary erased with its entry, and a detached object that finds a new owner.
+    AcDbObjectId doomed, doomedEntry;
+    {
+        AcDbObjectPointer<AcDbDictionary> d(new AcDbDictionary);
+        ASSERT_EQ(sub->setAt(L"Doomed", d.object(), doomed), eOk);
+        doomedEntry = put(d.object(), L"Inside");
+        ASSERT_EQ(d->erase(), eOk);
+        AcDbObjectId same;
+        ASSERT_EQ(sub->setAt(L"Back", AcDbObjectPointer<AcDbXrecord>(alpha, kForWrite).object(), same), eOk);
+    }
     sub.close();
 
     auto back = AcDbDatabase::readDxfBytes(db.dxfText(), "back.dxf");
     AcDbObjectPointer<AcDbDictionary> again(back->idOf(subId.handle()), kForRead);
     ASSERT_EQ(again.openStatus(), eOk);
-    EXPECT_EQ(keysOf(again.object()), (Keys{L"GAMMA", L"Last"}));
+    EXPECT_EQ(keysOf(again.object()), (Keys{L"GAMMA", L"Last", L"Back"}));
     EXPECT_EQ(at(again.object(), L"last").handle(), last.handle());
+    EXPECT_EQ(at(again.object(), L"back").handle(), alpha.handle());
+    // Nothing erased or detached is saved, nor what such an object owns.
+    for (AcDbObjectId gone : {gen1, gen2, doomed, doomedEntry})
+        EXPECT_EQ(back->idOf(gone.handle()).object(), nullptr) << gone.handle().str();
 }
 
 TEST(Dictionaries, SetAtOnATakenKeyErasesTheReplacedObject) {

@@ -29,15 +29,6 @@ ErrorStatus statusThrown(F&& f) {
     return eOk;
 }
 
-AcDbObjectId addLine(AcDbDatabase& db, AcGePoint3d a = {}, AcGePoint3d b = {1, 1, 0}, AcDbObjectId space = {}) {
-    AcDbObjectPointer<AcDbBlockTableRecord> btr(space.isNull() ? db.modelSpaceId() : space, kForWrite);
-    AcDbObjectId id;
-    auto* line = new AcDbLine(a, b);
-    EXPECT_EQ(btr->appendAcDbEntity(id, line), eOk);
-    line->close();
-    return id;
-}
-
 struct Counter : AcDbDatabaseReactor {
     int modified = 0, erased = 0;
     void objectModified(const AcDbDatabase*, const AcDbObject*) override { ++modified; }
@@ -447,16 +438,29 @@ TEST(DeepClone, CopiesIntoModelSpaceWithNewHandles) {
 
 }  // namespace
 
-TEST(Drawings, ASectionTwiceIsRefused) {
-    // It would be written twice, with every handle in it twice.
-    std::string text = AcDbDatabase().dxfText();
-    const std::size_t at = text.find("  0\nSECTION\n  2\nENTITIES\n");
-    const std::string section = text.substr(at, text.find("  0\nENDSEC\n", at) + 11 - at);
-    text.insert(at, section);
-    try {
-        AcDbDatabase::readDxfBytes(text, "twice.dxf");
-        FAIL() << "read";
-    } catch (const dxf::ParseError& e) {
-        EXPECT_NE(std::string(e.what()).find("section ENTITIES appears a second time"), std::string::npos) << e.what();
+// Structure that would be written twice, with every handle in it twice, is
+// refused with the line of the second copy.
+TEST(Drawings, StructureReadTwiceIsRefusedNamingTheLine) {
+    const std::string plain = AcDbDatabase().dxfText();
+    auto copyBefore = [&](const std::string& head, const std::string& end) {
+        std::string text = plain;
+        const std::size_t at = text.find(head);
+        text.insert(at, text.substr(at, text.find(end, at) + end.size() - at));
+        return text;
+    };
+    const struct {
+        std::string text, message;
+    } cases[] = {
+        {copyBefore("  0\nSECTION\n  2\nENTITIES\n", "  0\nENDSEC\n"), "section ENTITIES appears a second time"},
+        {copyBefore("  0\nBLOCK\n", "  0\nENDBLK\n"), "block '*Model_Space' appears a second time (first at line "},
+    };
+    for (const auto& c : cases) {
+        try {
+            AcDbDatabase::readDxfBytes(c.text, "twice.dxf");
+            ADD_FAILURE() << "read: " << c.message;
+        } catch (const dxf::ParseError& e) {
+            EXPECT_EQ(std::string(e.what()).rfind("twice.dxf: line ", 0), 0u) << e.what();
+            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
+        }
     }
 }
