@@ -1,5 +1,6 @@
 #include "suite/zeftproject.h"
 
+#include <map>
 #include <optional>
 
 #include "host/database.h"
@@ -12,9 +13,9 @@ using namespace zeft_project;
 namespace {
 
 // The project object kept in the drawing. Like any project object it is
-// got, asked and released within one operation: the project record is read
-// once per object (it is asked for several things per entity placed), the
-// other records on every call.
+// got, asked and released within one operation: the project record and the
+// level and view records are read once per object (they are asked for
+// several things per entity placed), the list records on every call.
 class ZEFTDrawingProject : public ZEFTProjectObject {
 public:
     ZEFTDrawingProject(AcDbObjectId dict, AcDbObjectId record) : dict_(dict), record_(record) {}
@@ -60,10 +61,10 @@ public:
                 if (!d) return false;
                 target = d->activeView;
             } else {
-                known = readView(id, dict_, v);
+                known = view(id, v);
                 if (!known && !holderOf(id, target)) return false;
             }
-            if (!known) known = readView(target, dict_, v);
+            if (!known) known = view(target, v);
             name = known && v.kind == kLevel ? v.name : std::wstring();
             return true;
         });
@@ -81,7 +82,7 @@ public:
                 target = d->activeView;
             }
             ViewData v;
-            name = readView(target, dict_, v) && v.kind == kView ? v.name : std::wstring();
+            name = view(target, v) && v.kind == kView ? v.name : std::wstring();
             return true;
         });
     }
@@ -111,7 +112,7 @@ public:
             const ProjectData* d = project();
             if (!d) return false;
             ViewData v;
-            viewId = readView(d->activeView, dict_, v) ? d->activeView : AcDbObjectId();
+            viewId = view(d->activeView, v) ? d->activeView : AcDbObjectId();
             return true;
         });
     }
@@ -132,7 +133,7 @@ public:
     {
         ZEFT_GUARD("ZEFTProjectObject::getPlanName", false, {
             ViewData v;
-            name = readView(viewId, dict_, v) ? v.planName : std::wstring();
+            name = view(viewId, v) ? v.planName : std::wstring();
             return true;
         });
     }
@@ -156,7 +157,7 @@ public:
     {
         ZEFT_GUARD("ZEFTProjectObject::selectView", false, {
             ViewData v;
-            if (!viewId.isNull() && !readView(viewId, dict_, v)) return false;
+            if (!viewId.isNull() && !view(viewId, v)) return false;
             AcDbObjectPointer<AcDbXrecord> rec(record_, AcDb::kForWrite);
             if (!rec) return false;
             ProjectData d;
@@ -191,6 +192,19 @@ private:
         return &*cached_;
     }
 
+    // A level or view record of this project, as read once.
+    bool view(AcDbObjectId id, ViewData& out) const
+    {
+        auto [it, fresh] = views_.try_emplace(id.stub());
+        if (fresh) {
+            ViewData v;
+            if (readView(id, dict_, v)) it->second = std::move(v);
+        }
+        if (!it->second) return false;
+        out = *it->second;
+        return true;
+    }
+
     // The level or view holding `objectId` (null when none); false when
     // the object cannot be read.
     bool holderOf(AcDbObjectId objectId, AcDbObjectId& holder) const
@@ -200,7 +214,7 @@ private:
         AcDbObjectId h = linkOf(obj.object(), kHeldBy);
         obj.close();
         ViewData v;
-        holder = readView(h, dict_, v) ? h : AcDbObjectId();
+        holder = view(h, v) ? h : AcDbObjectId();
         return true;
     }
 
@@ -231,6 +245,7 @@ private:
 
     AcDbObjectId dict_, record_;
     mutable std::optional<ProjectData> cached_;
+    mutable std::map<const AcDbStub*, std::optional<ViewData>> views_;
 };
 
 }  // namespace
