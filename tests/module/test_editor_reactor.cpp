@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include <unistd.h>
+
 #include "host/database.h"
 #include "host/dbclasses.h"
 #include "host/dbsymtb.h"
@@ -42,9 +44,13 @@ protected:
         gpLayerManagerEditorReactor = &reactor;
         doc = acDocManager->open(AcDbDatabase::readDxf(ZEFT_SOURCE_DIR "/examples/sample.dxf"));
         db = doc->database();
-        const auto path = std::filesystem::path(testing::TempDir()) / "reactor.std";
+        // One file per process: ctest runs the tests of this suite side by side.
+        const auto path =
+            std::filesystem::path(testing::TempDir()) / ("reactor-" + std::to_string(getpid()) + ".std");
         std::ofstream(path) << kStandard;
-        ASSERT_TRUE(Util::installStandardFromPath(db, path.wstring(), L"reactor.std"));
+        const bool installed = Util::installStandardFromPath(db, path.wstring(), L"reactor.std");
+        std::filesystem::remove(path);
+        ASSERT_TRUE(installed);
         ASSERT_EQ(Editor::setBuildingName(db, L"Bâtiment A"), Acad::eOk);
         ASSERT_EQ(Editor::setWorkingMode(db, 0), Acad::eOk);
         ASSERT_EQ(Editor::addEntry(db, ZEFTProjectKind::kLevel, L"Niveau 1", L"", L"", &level), Acad::eOk);

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include <unistd.h>
+
 #include "host/database.h"
 #include "host/dbclasses.h"
 #include "host/dbsymtb.h"
@@ -102,9 +104,13 @@ protected:
 
     void installStandard()
     {
-        const auto path = std::filesystem::path(testing::TempDir()) / "resolution.std";
+        // One file per process: ctest runs the tests of this suite side by side.
+        const auto path =
+            std::filesystem::path(testing::TempDir()) / ("resolution-" + std::to_string(getpid()) + ".std");
         std::ofstream(path) << kStandard;
-        ASSERT_TRUE(Util::installStandardFromPath(db, path.wstring(), L"resolution.std"));
+        const bool installed = Util::installStandardFromPath(db, path.wstring(), L"resolution.std");
+        std::filesystem::remove(path);
+        ASSERT_TRUE(installed);
     }
     // "Bâtiment A" with level "Niveau 1" (active) and view "Coupe AA".
     void makeProject(std::int32_t mode = 0)
