@@ -141,6 +141,7 @@ private:
         // A line break inside a value would split the ASCII line; DXF writes
         // those as caret codes.
         const unsigned char* p = d_ + i;
+        const std::size_t before = t.size();
         while (p < e) {
             const unsigned char* q = p;
             while (q < e && *q != '\n' && *q != '\r') ++q;
@@ -151,6 +152,10 @@ private:
             }
             p = q;
         }
+        // Its ASCII line must read back as one.
+        if (t.size() - before > kMaxLineBytes)
+            fail("string of group code " + std::to_string(code) + " longer than " + std::to_string(kMaxLineBytes) +
+                 " bytes (not a DXF value)");
         return static_cast<std::size_t>(e - d_) + 1;
     }
 };

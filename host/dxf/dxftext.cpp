@@ -77,9 +77,7 @@ inline bool parseCode(const char* p, const char* e, int& code) {
     return true;
 }
 
-// Far beyond the longest line a DXF writer produces (string values end at
-// 2049 bytes); a longer one means the file is not DXF.
-constexpr std::size_t kMaxLine = 1 << 16;
+constexpr std::size_t kMaxLine = kMaxLineBytes;
 
 enum class Step { Tag, End, BadCode, NoValue, LongLine };
 

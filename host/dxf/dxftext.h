@@ -23,6 +23,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Far beyond the longest line a DXF writer produces (string values end at
+// 2049 bytes); a longer one means the file is not DXF.
+inline constexpr std::size_t kMaxLineBytes = 1 << 16;
+
 enum class ValueType : std::uint8_t { String, Double, Int16, Int32, Int64, Bool, Binary, Handle };
 
 // The value type the DXF reference gives a group code. Unknown codes are
