@@ -88,7 +88,14 @@ DxfTags& TagRecord::mutableTags()
 
 bool TagRecord::replaceValue(std::string_view current, std::string value)
 {
-    if (owned_) return false;
+    if (owned_) {
+        for (DxfTag& tag : *owned_)
+            if (tag.value.data() == current.data() && tag.value.size() == current.size()) {
+                tag.value = std::move(value);
+                return true;
+            }
+        return false;
+    }
     if (patch_) {
         if (current.data() != patch_->value.data()) return false;
         patch_->value = std::move(value);
@@ -710,21 +717,25 @@ Acad::ErrorStatus AcDbEntity::setLayer(AcDbObjectId newVal, bool doSubents, bool
     }
     // A resident layer's name is already in the drawing's encoding: taken as
     // it is, since every moved entity asks for it.
-    std::string raw = db ? layer->hostRawName() : dxf::toUtf8(layer->getName());
-    layer->close();
+    std::string converted;
+    std::string_view raw;
+    if (!db || !acdbHostBodyValue(layer->record(), 2, raw)) raw = converted = dxf::toUtf8(layer->getName());
     // True when the layer changed. A record that is a view of the file keeps
     // being one, with only its layer replaced.
-    auto setLayerTag = [&raw](TagRecord& rec) {
+    auto setLayerTag = [raw](TagRecord& rec) {
         std::string_view cur;
         const bool found = acdbHostBodyValue(rec, 8, cur);
         if (found && cur == raw) return false;
-        if (!(found && rec.replaceValue(cur, raw))) acdbHostSetBodyValue(rec.mutableTags(), 8, raw, "AcDbEntity");
+        if (!(found && rec.replaceValue(cur, std::string(raw))))
+            acdbHostSetBodyValue(rec.mutableTags(), 8, std::string(raw), "AcDbEntity");
         return true;
     };
     setLayerTag(record_);
     if (doSubents && subents_)
         for (AcDbObjectId sub : *subents_)
             if (AcDbObject* o = sub.object(); o && setLayerTag(o->record())) o->hostSetModified();
+    // Closed last: `raw` is a view of the layer's record.
+    layer->close();
     return Acad::eOk;
 }
 

@@ -143,7 +143,9 @@ public:
     // Gives one tag a new value while the record stays a view of the file:
     // `current` is that tag's value as scan() gave it. Moving an entity to
     // another layer thus costs its new layer name, not a copy of all its
-    // tags. False when the record holds owned tags or another replaced value.
+    // tags. An owned record has the tag's value replaced in place. False when
+    // `current` is not a value of the record, or the record already holds
+    // another replaced value.
     bool replaceValue(std::string_view current, std::string value);
     bool empty() const { return owned_ ? owned_->empty() : raw_.empty(); }
 

@@ -2,7 +2,10 @@
 // with the class names, DXF names and application names that drawings carry.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <typeinfo>
 #include <map>
 #include <unordered_map>
 #include <memory>
@@ -103,6 +106,28 @@ AcRxClass* acrxProxyClass(const std::wstring& name, AcRxClass* parent, const std
 // The proxy classes made so far, in the order drawings named them.
 std::vector<AcRxClass*> acrxProxyClasses();
 
+// dynamic_cast<T*>(obj), remembering the answer for the last dynamic types
+// seen: opening an object casts it, and a run of objects of one type is the
+// rule. The offset between the two subobjects is fixed by the dynamic type.
+template <class T>
+T* acrxDynamicCast(const AcRxObject* obj)
+{
+    struct Last {
+        const std::type_info* type = nullptr;
+        bool ok = false;
+        std::ptrdiff_t offset = 0;
+    };
+    thread_local Last cache[4];
+    auto* o = const_cast<AcRxObject*>(obj);
+    const std::type_info& type = typeid(*o);
+    Last& last = cache[(reinterpret_cast<std::uintptr_t>(&type) >> 4) & 3];
+    if (last.type != &type) {
+        T* t = dynamic_cast<T*>(o);
+        last = {&type, t != nullptr, t ? reinterpret_cast<char*>(t) - reinterpret_cast<char*>(o) : 0};
+    }
+    return last.ok ? reinterpret_cast<T*>(reinterpret_cast<char*>(o) + last.offset) : nullptr;
+}
+
 #define ZEFT_WIDEN_(x) L##x
 #define ZEFT_WIDEN(x) ZEFT_WIDEN_(x)
 
@@ -115,7 +140,7 @@ public:                                             \
     static CLASS_NAME* cast(const AcRxObject* obj)  \
     {                                               \
         return (obj && obj->isKindOf(desc()))       \
-                   ? dynamic_cast<CLASS_NAME*>(const_cast<AcRxObject*>(obj)) \
+                   ? acrxDynamicCast<CLASS_NAME>(obj)                    \
                    : nullptr;                       \
     }                                               \
     AcRxClass* isA() const override;                \

@@ -54,13 +54,16 @@ void wyOutputDebugString(const wchar_t* text)
 
 bool CWyLogEntry::enabled() { return traceFile() != nullptr; }
 
-CWyLogEntry::CWyLogEntry(const char* scope) : scope_(scope)
+// Read when the library loads: ZEFT_TRACE is set before the program starts.
+const bool CWyLogEntry::tracing_ = traceFile() != nullptr;
+
+void CWyLogEntry::enter() const
 {
     if (std::FILE* f = traceFile()) std::fprintf(f, "trace: %*s> %s\n", gDepth * 2, "", scope_);
     ++gDepth;
 }
 
-CWyLogEntry::~CWyLogEntry()
+void CWyLogEntry::leave() const
 {
     --gDepth;
     if (std::FILE* f = traceFile()) std::fprintf(f, "trace: %*s< %s\n", gDepth * 2, "", scope_);

@@ -11,15 +11,26 @@
 
 // Logs "Class::method" on entry and exit at trace level. Tracing is off
 // unless the environment variable ZEFT_TRACE is set (to 1 or a file path).
+// Every guarded call makes one, so the check is inline and nothing else
+// happens while tracing is off.
 class CWyLogEntry {
 public:
-    explicit CWyLogEntry(const char* scope);
-    ~CWyLogEntry();
+    explicit CWyLogEntry(const char* scope) : scope_(scope)
+    {
+        if (tracing_) enter();
+    }
+    ~CWyLogEntry()
+    {
+        if (tracing_) leave();
+    }
     CWyLogEntry(const CWyLogEntry&) = delete;
     CWyLogEntry& operator=(const CWyLogEntry&) = delete;
     static bool enabled();
 
 private:
+    void enter() const;
+    void leave() const;
+    static const bool tracing_;
     const char* scope_;
 };
 

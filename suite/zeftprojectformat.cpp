@@ -1,6 +1,7 @@
 #include "suite/zeftprojectformat.h"
 
 #include "host/database.h"
+#include "host/dxf/codec.h"
 
 namespace zeft_project {
 
@@ -111,6 +112,32 @@ bool readView(AcDbObjectId id, AcDbObjectId dictId, ViewData& out)
 
 AcDbObjectId linkOf(const AcDbObject* entity, const wchar_t* label)
 {
+    // Asked of every entity a job re-layers: read in place from the record
+    // when the group is there under its exact name, as it almost always is.
+    const std::string app = dxf::toUtf8(kApplication), wanted = dxf::toUtf8(label);
+    bool exact = false, inGroup = false, afterLabel = false;
+    AcDbHandle handle;
+    entity->record().scan([&](int code, std::string_view v) {
+        if (code == 1001) {
+            inGroup = v == app;
+            exact = exact || inGroup;
+            afterLabel = false;
+            return true;
+        }
+        if (!inGroup) return true;
+        if (afterLabel && code == 1005) {
+            AcDbHandle::parse(v, handle);
+            return false;
+        }
+        afterLabel = code == 1000 && v == wanted;
+        return true;
+    });
+    if (exact) {
+        AcDbDatabase* db = entity->database();
+        if (handle.isNull() || !db) return {};
+        const AcDbObjectId id = db->idOf(handle);
+        return id.isValid() && !id.isErased() ? id : AcDbObjectId();
+    }
     ResBufList group = entity->xData(kApplication);
     for (std::size_t i = 1; i + 1 < group.size(); ++i)
         if (group[i].restype == 1000 && group[i].str == label && group[i + 1].restype == 1005)
