@@ -681,6 +681,25 @@ std::unique_ptr<AcDbObjectPointer<ZEFTRuleException>> openException(AcDbDatabase
     return exception;
 }
 
+ZEFTResolutionBatch::ClassTraits traitsOf(const AcRxClass* cls)
+{
+    ZEFTResolutionBatch::ClassTraits traits;
+    if (!cls) return traits;
+    traits.suite = acdbToUpper(cls->name()).find(L"ZEFT") != std::wstring::npos;
+    traits.unlayered = acdbToUpper(cls->dxfName()).rfind(L"QRV", 0) == 0;
+    return traits;
+}
+
+// The same, asked once per class in a batch.
+const ZEFTResolutionBatch::ClassTraits& traitsOf(const AcRxClass* cls, ZEFTResolutionBatch* batch)
+{
+    thread_local ZEFTResolutionBatch::ClassTraits unbatched;
+    if (!batch) return unbatched = traitsOf(cls);
+    auto [it, fresh] = batch->classes.try_emplace(cls);
+    if (fresh) it->second = traitsOf(cls);
+    return it->second;
+}
+
 // Model space or the current paper space of ctx's drawing.
 bool inLayeredSpace(const AcDbEntity* entity, const ApplicationContext& ctx)
 {
@@ -701,11 +720,11 @@ bool ZEFTLayerManagerUtil::layerRulesAplicable(AcDbEntity* entity, const Applica
         if (!ctx.ignoreDatabase && db != ctx.database) return false;
         // Block definitions and other layouts keep the layers they were drawn on.
         if (!inLayeredSpace(entity, ctx)) return false;
-        if (acdbToUpper(dxfNameOf(entity)).rfind(L"QRV", 0) == 0) return false;
+        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(ctx.database);
+        if (traitsOf(entity->isA(), batch).unlayered) return false;
         if (const auto* viewport = AcDbViewport::cast(entity);
             viewport && entity->ownerId() == ctx.database->paperSpaceId() && viewport->number() == 1)
             return false;
-        ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(ctx.database);
         if (!batch) {
             auto exception = openException(ctx.database);
             return !exception || (*exception)->layerRulesApplicable(entity, imposedLayer);
@@ -804,14 +823,35 @@ AcDbObjectId ZEFTLayerManagerUtil::processEntityLayerRules(const AcDbObjectId& e
     ZEFT_GUARD("ZEFTLayerManagerUtil::processEntityLayerRules", AcDbObjectId(), {
         if (!entityId.isValid()) return AcDbObjectId();
         std::wstring imposed;
-        const bool applicable = layerRulesAplicable(entityId, ctx, imposed);
-        if (!applicable || (!ctx.draftContext && !ctx.modelRulesActive)) return AcDbObjectId();
+        const AcRxClass* cls = nullptr;
+        ZEFTResolutionBatch* batch = nullptr;
+        {
+            AcDbObjectPointer<AcDbEntity> entity(entityId, AcDb::kForRead);
+            if (!entity || !layerRulesAplicable(entity.object(), ctx, imposed)) return AcDbObjectId();
+            if (!ctx.draftContext && !ctx.modelRulesActive) return AcDbObjectId();
+            cls = entity->isA();
+            // Outside drafts, entities of a class whose rule asks nothing of
+            // the entity itself all go where the first of them went.
+            batch = ctx.draftContext ? nullptr : ZEFTResolutionBatch::of(ctx.database);
+            auto it = batch ? batch->resolved.find(cls) : decltype(batch->resolved)::iterator();
+            if (batch && it != batch->resolved.end()) {
+                const AcDbObjectId target = it->second.isValid() ? it->second : ctx.database->layerZero();
+                if (entity->upgradeOpen() == Acad::eOk) entity->setLayer(target, true, false);
+                return it->second;
+            }
+        }
         // Through layer "0" first: an entity whose layer cannot be made stays there.
         setEntityLayer(entityId, ctx.database->layerZero());
         std::wstring name = imposed;
+        bool sameForClass = true;
         if (name.empty()) {
             std::vector<RuleField> fields;
-            if (!getEntityLayerRules(entityId, ctx, fields)) return AcDbObjectId();
+            const bool found = getEntityLayerRules(entityId, ctx, fields);
+            sameForClass = !traitsOf(cls, batch).suite && !ZEFTRuleEvaluator::dependsOnEntity(fields, ctx);
+            if (!found) {
+                if (batch && sameForClass) batch->resolved.emplace(cls, AcDbObjectId());
+                return AcDbObjectId();
+            }
             ZEFTRuleEvaluator evaluator(entityId, fields);
             evaluator.evaluate(ctx);
             name = evaluator.getEvaluatedLayerName();
@@ -820,6 +860,7 @@ AcDbObjectId ZEFTLayerManagerUtil::processEntityLayerRules(const AcDbObjectId& e
         // Inside a view the user's layer states are the view's business.
         const AcDbObjectId layerId = createLayer(name, ctx, !ctx.viewId.isValid());
         if (layerId.isValid()) setEntityLayer(entityId, layerId);
+        if (batch && sameForClass) batch->resolved.emplace(cls, layerId);
         return layerId;
     });
 }

@@ -204,15 +204,27 @@ bool ZEFTRuleEvaluator::evaluatePredefinedFunction(ZEFTProjectObject* project, c
     ZEFT_GUARD("ZEFTRuleEvaluator::evaluatePredefinedFunction", false, {
         if (!project) return false;
         // In a batch, answers that do not depend on the entity are asked once.
-        const bool perEntity = (name == L"VIEW NAME" && !ctx.draftContext) ||
-                               (name == L"LEVEL/VIEW" && !ctx.viewId.isValid() && ctx.workingMode == 1);
-        ZEFTResolutionBatch* batch = perEntity ? nullptr : ZEFTResolutionBatch::of(databaseOf(ctx));
+        ZEFTResolutionBatch* batch = dependsOnEntity(name, ctx) ? nullptr : ZEFTResolutionBatch::of(databaseOf(ctx));
         if (!batch) return askProject(project, name, ctx, out);
         auto [it, fresh] = batch->predefined.try_emplace(
             ZEFTResolutionBatch::PredefinedKey(name, ctx.viewId.stub(), ctx.draftContext, ctx.workingMode));
         if (fresh) it->second.first = askProject(project, name, ctx, it->second.second);
         if (it->second.first) out = it->second.second;
         return it->second.first;
+    });
+}
+
+bool ZEFTRuleEvaluator::dependsOnEntity(const std::wstring& name, const ApplicationContext& ctx)
+{
+    return (name == L"VIEW NAME" && !ctx.draftContext) ||
+           (name == L"LEVEL/VIEW" && !ctx.viewId.isValid() && ctx.workingMode == 1);
+}
+
+bool ZEFTRuleEvaluator::dependsOnEntity(const std::vector<RuleField>& fields, const ApplicationContext& ctx)
+{
+    std::wstring name;
+    return std::any_of(fields.begin(), fields.end(), [&](const RuleField& field) {
+        return isFunction(field.value, &name) && dependsOnEntity(name, ctx);
     });
 }
 

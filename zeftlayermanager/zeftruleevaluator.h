@@ -51,6 +51,11 @@ public:
     // "PROJECTION", "LEVEL/VIEW".
     static void getPredefinedFunctionNames(std::vector<std::wstring>& out);
 
+    // Whether the function NAME answers differently for each entity in ctx
+    // (the view an entity is held by), and whether any function of fields does.
+    static bool dependsOnEntity(const std::wstring& name, const ApplicationContext& ctx);
+    static bool dependsOnEntity(const std::vector<RuleField>& fields, const ApplicationContext& ctx);
+
 private:
     // The project object is the drawing's, looked up once per evaluation.
     std::wstring evaluateFunction(ZEFTProjectObject* project, const std::wstring& name,

@@ -149,6 +149,29 @@ TEST_F(Reactor, CommandEndsRelayerWhatWasAppendedUnlessTheCommandIsFiltered)
     EXPECT_EQ(run("LINE 0,0 1,0"), Layers{sketch}) << "automatic-test export mode";
 }
 
+TEST_F(Reactor, InViewModeEntitiesOfOneClassInOneBatchGetTheirOwnViews)
+{
+    // Two lines held by two views go through one command end: the name of
+    // each comes from its own view, not from the first line of the batch.
+    ASSERT_EQ(Editor::setWorkingMode(db, 1), Acad::eOk);
+    AcDbObjectId views[2];
+    const wchar_t* names[2] = {L"Coupe A", L"Coupe B"};
+    for (int i = 0; i < 2; ++i)
+        ASSERT_EQ(Editor::addEntry(db, ZEFTProjectKind::kView, names[i], L"", L"", &views[i]), Acad::eOk);
+    ASSERT_EQ(Editor::setActiveView(db, AcDbObjectId()), Acad::eOk);
+    const auto before = entities();
+    run("LINE 0,0 1,0\nLINE 0,1 1,1");
+    std::vector<AcDbObjectId> lines;
+    for (const AcDbObjectId& id : entities())
+        if (std::find(before.begin(), before.end(), id) == before.end()) lines.push_back(id);
+    ASSERT_EQ(lines.size(), 2u);
+    for (int i = 0; i < 2; ++i) ASSERT_EQ(Editor::assignEntities(db, views[i], {lines[i]}), Acad::eOk);
+    Util::lock(L"TEST");
+    reactor.addObjectsToProcess({lines[0], lines[1]});
+    Util::unlock(L"TEST", AcDbObjectId());
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(layerOf(lines[i]), std::wstring(L"Bâtiment A-") + names[i]);
+}
+
 TEST_F(Reactor, CopiesAreRelayeredOnTheModelTabButNotThroughAViewport)
 {
     const std::string line = first(L"LINE");
