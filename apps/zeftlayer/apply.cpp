@@ -18,6 +18,8 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <string_view>
+#include <unordered_map>
 
 #include "apps/zeftlayer/commands.h"
 #include "host/database.h"
@@ -83,6 +85,28 @@ std::wstring layerName(const AcDbObjectId& id, std::map<AcDbObjectId, std::wstri
     return cache[id] = layer ? layer->getName() : std::wstring();
 }
 
+// The layer of each entity, found by the name its record holds as read:
+// a drawing has few layers and many entities, and a name read back is
+// looked up once. Keep one per phase, since layers are made in between.
+class LayerOfEntity {
+public:
+    AcDbObjectId operator()(const AcDbEntity* entity)
+    {
+        std::string_view raw;
+        if (!acdbHostBodyValue(entity->record(), 8, raw)) return entity->layerId();
+        auto it = byRaw_.find(raw);
+        if (it == byRaw_.end()) it = byRaw_.emplace(std::string(raw), entity->layerId()).first;
+        return it->second;
+    }
+
+private:
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view v) const { return std::hash<std::string_view>()(v); }
+    };
+    std::unordered_map<std::string, AcDbObjectId, Hash, std::equal_to<>> byRaw_;
+};
+
 std::vector<AcDbObjectId> layerIds(AcDbDatabase* db)
 {
     AcDbObjectPointer<AcDbLayerTable> table(db->layerTableId(), AcDb::kForRead);
@@ -103,9 +127,12 @@ void relayer(AcDbDatabase* db, DrawingResult& r, bool allRows)
 {
     const std::vector<AcDbObjectId> ids = layeredEntityIds(db);
     std::vector<AcDbObjectId> before(ids.size());
-    for (std::size_t i = 0; i < ids.size(); ++i) {
-        AcDbObjectPointer<AcDbEntity> entity(ids[i], AcDb::kForRead);
-        if (entity) before[i] = entity->layerId();
+    {
+        LayerOfEntity layerOf;
+        for (std::size_t i = 0; i < ids.size(); ++i) {
+            AcDbObjectPointer<AcDbEntity> entity(ids[i], AcDb::kForRead);
+            if (entity) before[i] = layerOf(entity.object());
+        }
     }
     const std::vector<AcDbObjectId> layersBefore = layerIds(db);
 
@@ -133,7 +160,9 @@ void relayer(AcDbDatabase* db, DrawingResult& r, bool allRows)
     if (perLevel) ZEFTProjectEditor::setActiveView(db, active);
 
     std::map<AcDbObjectId, std::wstring> names;
+    std::map<std::pair<AcDbObjectId, AcDbObjectId>, std::size_t> moves;  // (to, from) -> how many
     const AcDbObjectId zero = db->layerZero();
+    LayerOfEntity layerOf;
     r.entities = ids.size();
     for (std::size_t i = 0; i < ids.size(); ++i) {
         AcDbObjectId after;
@@ -141,7 +170,7 @@ void relayer(AcDbDatabase* db, DrawingResult& r, bool allRows)
         {
             AcDbObjectPointer<AcDbEntity> entity(ids[i], AcDb::kForRead);
             if (entity) {
-                after = entity->layerId();
+                after = layerOf(entity.object());
                 if (allRows || after == zero) className = entity->isA()->name();
             }
         }
@@ -149,7 +178,7 @@ void relayer(AcDbDatabase* db, DrawingResult& r, bool allRows)
         bool placedOnZero = false;  // by the layering, for want of a layer
         if (after != before[i]) {
             ++r.moved;
-            r.plan[layerName(after, names)][layerName(before[i], names)] += 1;
+            ++moves[{after, before[i]}];
             // A rule may name layer "0" itself: then it is a move like any other.
             if (after == zero && (reason = whyOnZero(db, ids[i])) == kAlready) reason.clear();
             placedOnZero = !reason.empty();
@@ -166,6 +195,7 @@ void relayer(AcDbDatabase* db, DrawingResult& r, bool allRows)
             r.rows.push_back({ids[i].handle().str(), className, layerName(before[i], names), layerName(after, names),
                               reason});
     }
+    for (const auto& [move, count] : moves) r.plan[layerName(move.first, names)][layerName(move.second, names)] += count;
     const std::set<AcDbObjectId> old(layersBefore.begin(), layersBefore.end());
     for (const AcDbObjectId& id : layerIds(db))
         if (!old.count(id)) r.created.push_back(layerName(id, names));
