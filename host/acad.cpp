@@ -43,12 +43,15 @@ const char* errorName(ErrorStatus es)
 
 std::string AcDbHandle::str() const
 {
-    char buf[20];
-    auto r = std::to_chars(buf, buf + sizeof buf, v_, 16);
-    std::string s(buf, r.ptr);
-    for (auto& c : s)
-        if (c >= 'a' && c <= 'f') c = char(c - 'a' + 'A');
-    return s;
+    // Every pointer written goes through here.
+    char buf[16];
+    char* p = buf + sizeof buf;
+    std::uint64_t v = v_;
+    do {
+        *--p = "0123456789ABCDEF"[v & 15];
+        v >>= 4;
+    } while (v);
+    return std::string(p, buf + sizeof buf);
 }
 
 bool AcDbHandle::parse(std::string_view s, AcDbHandle& out)

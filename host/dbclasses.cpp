@@ -1,6 +1,7 @@
 #include "host/dbclasses.h"
 
 #include <array>
+#include <iterator>
 #include <unordered_map>
 #include <utility>
 
@@ -402,7 +403,7 @@ Acad::ErrorStatus AcDbXrecord::appendRbChain(const ResBufList& items)
     ensureXrecordMarker(tags);
     // Extended data, when there is any, ends with a code of 1000 or more.
     std::size_t end = !tags.empty() && tags.back().code >= 1000 ? layoutOf(tags).xdataBegin : tags.size();
-    tags.insert(tags.begin() + long(end), data.begin(), data.end());
+    tags.insert(tags.begin() + long(end), std::make_move_iterator(data.begin()), std::make_move_iterator(data.end()));
     return Acad::eOk;
 }
 

@@ -687,6 +687,7 @@ ZEFTResolutionBatch::ClassTraits traitsOf(const AcRxClass* cls)
     if (!cls) return traits;
     traits.suite = acdbToUpper(cls->name()).find(L"ZEFT") != std::wstring::npos;
     traits.unlayered = acdbToUpper(cls->dxfName()).rfind(L"QRV", 0) == 0;
+    traits.viewport = cls->isDerivedFrom(AcDbViewport::desc());
     return traits;
 }
 
@@ -721,8 +722,9 @@ bool ZEFTLayerManagerUtil::layerRulesAplicable(AcDbEntity* entity, const Applica
         // Block definitions and other layouts keep the layers they were drawn on.
         if (!inLayeredSpace(entity, ctx)) return false;
         ZEFTResolutionBatch* batch = ZEFTResolutionBatch::of(ctx.database);
-        if (traitsOf(entity->isA(), batch).unlayered) return false;
-        if (const auto* viewport = AcDbViewport::cast(entity);
+        const auto& traits = traitsOf(entity->isA(), batch);
+        if (traits.unlayered) return false;
+        if (const auto* viewport = traits.viewport ? AcDbViewport::cast(entity) : nullptr;
             viewport && entity->ownerId() == ctx.database->paperSpaceId() && viewport->number() == 1)
             return false;
         if (!batch) {

@@ -49,11 +49,13 @@ public:
     std::map<PredefinedKey, std::pair<bool, std::wstring>> predefined;
     // By cleaned name and whether the layer was turned on: the layer.
     std::map<std::pair<std::wstring, bool>, AcDbObjectId> layers;
-    // By class, what its names say: a suite class (its entities carry their
-    // own rules) and a class whose entities are never layered.
+    // By class, what its names and bases say: a suite class (its entities
+    // carry their own rules), a class whose entities are never layered, and
+    // viewports.
     struct ClassTraits {
         bool suite = false;
         bool unlayered = false;
+        bool viewport = false;
     };
     std::map<const AcRxClass*, ClassTraits> classes;
     // By class, for classes whose entities all go to the same layer in this
