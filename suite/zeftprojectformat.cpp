@@ -114,7 +114,8 @@ AcDbObjectId linkOf(const AcDbObject* entity, const wchar_t* label)
 {
     // Asked of every entity a job re-layers: read in place from the record
     // when the group is there under its exact name, as it almost always is.
-    const std::string app = dxf::toUtf8(kApplication), wanted = dxf::toUtf8(label);
+    static const std::string app = dxf::toUtf8(kApplication);
+    const std::string wanted = dxf::toUtf8(label);
     bool exact = false, inGroup = false, afterLabel = false;
     AcDbHandle handle;
     entity->record().scan([&](int code, std::string_view v) {

@@ -448,6 +448,12 @@ std::string Codec::encode(std::wstring_view text) const {
 
 std::string toUtf8(std::wstring_view s) {
     std::string out;
+    // Names, keys and handles are ASCII: one byte each, no checks.
+    if (std::all_of(s.begin(), s.end(), [](wchar_t wc) { return wc >= 0 && wc < 0x80; })) {
+        out.resize(s.size());
+        std::transform(s.begin(), s.end(), out.begin(), [](wchar_t wc) { return static_cast<char>(wc); });
+        return out;
+    }
     out.reserve(s.size());
     for (wchar_t wc : s) {
         const char32_t c = toChar32(wc);
