@@ -1243,6 +1243,10 @@ struct DxfWriter {
             out.append(r.raw());
             return;
         }
+        if (std::string_view before, value, after; r.splitAtPatch(before, value, after)) {
+            out.append(before).append(value).append(after);
+            return;
+        }
         r.scan([this](int code, std::string_view v) {
             tag(code, v);
             return true;

@@ -106,6 +106,20 @@ bool TagRecord::replaceValue(std::string_view current, std::string value)
     return true;
 }
 
+bool TagRecord::splitAtPatch(std::string_view& before, std::string_view& value, std::string_view& after) const
+{
+    if (owned_ || !patch_) return false;
+    const std::size_t at = std::size_t(patch_->at - raw_.data());
+    std::size_t end = raw_.find('\n', at);
+    if (end == std::string_view::npos) end = raw_.size();
+    // The line end stays the file's own, CR LF or LF.
+    if (end > at && raw_[end - 1] == '\r') --end;
+    before = raw_.substr(0, at);
+    value = patch_->value;
+    after = raw_.substr(end);
+    return true;
+}
+
 RecordLayout layoutOf(const DxfTags& tags)
 {
     RecordLayout l;

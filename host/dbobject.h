@@ -147,6 +147,10 @@ public:
     // `current` is not a value of the record, or the record already holds
     // another replaced value.
     bool replaceValue(std::string_view current, std::string value);
+    // A view of the file with one replaced value: the text is `before`, then
+    // `value`, then `after`, so that it is written without reading its tags.
+    // False for any other record.
+    bool splitAtPatch(std::string_view& before, std::string_view& value, std::string_view& after) const;
     bool empty() const { return owned_ ? owned_->empty() : raw_.empty(); }
 
     // Calls fn(code, value) for every tag until fn returns false.

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <map>
 
 namespace {
@@ -316,21 +318,27 @@ TEST(Entities, LayerByNameAndIdAndOfSubEntities) {
 
 // Moving an entity replaces its layer in the view of the file (twice, as
 // the layering moves through layer "0"); the drawing is written exactly as
-// when the record had become owned tags.
+// when the record had become owned tags, with LF or CR LF line ends.
 TEST(Entities, MovedEntityStaysAViewOfTheFile) {
-    auto viewed = sample(), owned = sample();
-    for (AcDbDatabase* db : {viewed.get(), owned.get()}) {
-        AcDbObjectId walls;
-        AcDbObjectPointer<AcDbLayerTable>(db->layerTableId(), kForRead)->getAt(L"WALLS", walls);
-        AcDbEntityPointer door(db->idOf(AcDbHandle(0xC0)), kForWrite);
-        ASSERT_EQ(door.openStatus(), eOk);
-        if (db == owned.get()) door->record().mutableTags();
-        ASSERT_EQ(door->setLayer(db->layerZero()), eOk);
-        ASSERT_EQ(door->setLayer(walls), eOk);
-        EXPECT_EQ(door->layer(), L"WALLS");
-        EXPECT_EQ(door->record().raw().empty(), db == owned.get());
+    std::ifstream in(ZEFT_SOURCE_DIR "/examples/sample.dxf", std::ios::binary);
+    const std::string lf((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string crlf;
+    for (char c : lf) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    for (const std::string* text : {&lf, static_cast<const std::string*>(&crlf)}) {
+        auto viewed = AcDbDatabase::readDxfBytes(*text, "a.dxf"), owned = AcDbDatabase::readDxfBytes(*text, "b.dxf");
+        for (AcDbDatabase* db : {viewed.get(), owned.get()}) {
+            AcDbObjectId walls;
+            AcDbObjectPointer<AcDbLayerTable>(db->layerTableId(), kForRead)->getAt(L"WALLS", walls);
+            AcDbEntityPointer door(db->idOf(AcDbHandle(0xC0)), kForWrite);
+            ASSERT_EQ(door.openStatus(), eOk);
+            if (db == owned.get()) door->record().mutableTags();
+            ASSERT_EQ(door->setLayer(db->layerZero()), eOk);
+            ASSERT_EQ(door->setLayer(walls), eOk);
+            EXPECT_EQ(door->layer(), L"WALLS");
+            EXPECT_EQ(door->record().raw().empty(), db == owned.get());
+        }
+        EXPECT_EQ(viewed->dxfText(), owned->dxfText()) << (text == &crlf ? "CR LF" : "LF");
     }
-    EXPECT_EQ(viewed->dxfText(), owned->dxfText());
 }
 
 TEST(Proxies, ClassFromTheDrawingAndTagsKept) {
