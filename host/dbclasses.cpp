@@ -394,16 +394,38 @@ Acad::ErrorStatus AcDbXrecord::setFromRbChain(const ResBufList& items)
     return Acad::eOk;
 }
 
+// Inserts data items after the last one without reading the others.
+static void appendXrecordData(TagRecord& record, DxfTags data)
+{
+    DxfTags& tags = record.mutableTags();
+    ensureXrecordMarker(tags);
+    // Extended data, when there is any, ends with a code of 1000 or more.
+    std::size_t end = !tags.empty() && tags.back().code >= 1000 ? layoutOf(tags).xdataBegin : tags.size();
+    tags.insert(tags.begin() + long(end), std::make_move_iterator(data.begin()), std::make_move_iterator(data.end()));
+}
+
 Acad::ErrorStatus AcDbXrecord::appendRbChain(const ResBufList& items)
 {
     assertWriteEnabled();
     DxfTags data;
     if (!xrecordDataTags(database(), items, data)) return Acad::eInvalidInput;
+    appendXrecordData(record_, std::move(data));
+    return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbXrecord::hostAppendPointers(short code, const AcDbObjectIdArray& ids)
+{
+    assertWriteEnabled();
+    if (code < 330 || code > 369) return Acad::eInvalidInput;
+    DxfTags data;
     DxfTags& tags = record_.mutableTags();
-    ensureXrecordMarker(tags);
-    // Extended data, when there is any, ends with a code of 1000 or more.
-    std::size_t end = !tags.empty() && tags.back().code >= 1000 ? layoutOf(tags).xdataBegin : tags.size();
-    tags.insert(tags.begin() + long(end), std::make_move_iterator(data.begin()), std::make_move_iterator(data.end()));
+    // Straight into the record when nothing follows the data, which is the
+    // rule: a list of 100,000 entities is then held once, not twice.
+    const bool atEnd = xrecordDataBegin(tags) != SIZE_MAX && (tags.empty() || tags.back().code < 1000);
+    DxfTags& into = atEnd ? tags : data;
+    into.reserve(into.size() + ids.size());
+    for (const AcDbObjectId& id : ids) into.push_back({code, id.isNull() ? "0" : id.handle().str()});
+    if (!atEnd) appendXrecordData(record_, std::move(data));
     return Acad::eOk;
 }
 

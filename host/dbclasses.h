@@ -78,6 +78,9 @@ public:
     // Appends items after the last one without reading the others, so that
     // records that only grow stay linear to build.
     Acad::ErrorStatus appendRbChain(const ResBufList& items);
+    // Appends one pointer item of `code` (330-369) per id, as appendRbChain
+    // would, without a result buffer per id: records that list entities.
+    Acad::ErrorStatus hostAppendPointers(short code, const AcDbObjectIdArray& ids);
 };
 
 class AcDbLayout : public AcDbObject {

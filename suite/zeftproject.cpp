@@ -100,9 +100,11 @@ public:
             }
             ResBufList items = {ResBuf::objectId(kPointerCode, objectId)};
             if (!view.isNull()) items.push_back(ResBuf::objectId(kBoundViewCode, view));
+            AcDbObjectIdArray bound;
+            bound.reserve(layers.size());
             for (const AcDbObjectId& layer : layers)
-                if (!layer.isNull()) items.push_back(ResBuf::objectId(kBoundLayerCode, layer));
-            return append(kObjectLayersKey, kObjectLayers, items, false);
+                if (!layer.isNull()) bound.append(layer);
+            return append(kObjectLayersKey, kObjectLayers, items, false, &bound);
         });
     }
 
@@ -220,7 +222,9 @@ private:
 
     // Appends items to the list record `key`, made on first use. With
     // `once`, an item already listed is not appended again.
-    bool append(const wchar_t* key, Kind kind, const ResBufList& items, bool once) const
+    // Appends items, then one kBoundLayerCode pointer per id of `bound`.
+    bool append(const wchar_t* key, Kind kind, const ResBufList& items, bool once,
+                const AcDbObjectIdArray* bound = nullptr) const
     {
         AcDbObjectId id;
         {
@@ -240,7 +244,8 @@ private:
         if (once)
             for (const ResBuf& item : rec->rbChain())
                 if (item.restype == kPointerCode && item.handle == items.front().handle) return true;
-        return rec->appendRbChain(items) == Acad::eOk;
+        return rec->appendRbChain(items) == Acad::eOk &&
+               (!bound || rec->hostAppendPointers(kBoundLayerCode, *bound) == Acad::eOk);
     }
 
     AcDbObjectId dict_, record_;
