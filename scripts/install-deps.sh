@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Install the Debian packages this project needs to build, test and benchmark.
+# Install the Debian packages this project needs to build, test and benchmark,
+# and those named as arguments (tools that one script alone needs).
 # Does nothing (and prints nothing) when all of them are already installed.
 set -euo pipefail
 
@@ -13,6 +14,7 @@ PACKAGES=(
   librecad poppler-utils
   fonts-dejavu-core
   time
+  "$@"
 )
 
 missing=()
