@@ -9,6 +9,7 @@
 #include <cwchar>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,36 +42,12 @@ const ClassName kClasses[] = {
     {L"ZEFTRuleException", L"ZEFTRULEEXCEPTION"},
 };
 
-// --- a drawing with the five objects, as text ---
-
-struct Tag {
-    int code;
-    std::string value;
-};
-
-std::string dxfText(const std::vector<Tag>& tags)
-{
-    std::string out;
-    char code[16];
-    for (const Tag& t : tags) {
-        std::snprintf(code, sizeof code, "%3d\n", t.code);
-        out += code;
-        out += t.value;
-        out += '\n';
-    }
-    return out;
-}
-
-// Head of an object owned by the layer manager dictionary (handle 20).
-std::vector<Tag> ownedHead(const char* type, const char* handle)
-{
-    return {{0, type}, {5, handle}, {102, "{ACAD_REACTORS"}, {330, "20"}, {102, "}"}, {330, "20"}};
-}
-
-void append(std::vector<Tag>& to, const std::vector<Tag>& tags) { to.insert(to.end(), tags.begin(), tags.end()); }
+// --- a drawing with the five objects ---
 
 // Handles: named-object dictionary C, layer manager dictionary 20, the
-// standard 21, rules 22-24, function 25, enumeration 26, exception 27.
+// standard 21, rules 22-24, function 25, enumeration 26, exception 27; an
+// enumeration with extended data, which goes with the object whichever
+// class reads it.
 struct Expected {
     const char* handle;
     const wchar_t* cls;
@@ -82,41 +59,8 @@ const Expected kObjects[] = {
 
 std::string standardDrawing()
 {
-    std::vector<Tag> t = {{0, "SECTION"}, {2, "HEADER"}, {9, "$ACADVER"}, {1, "AC1027"}, {9, "$HANDSEED"},
-                          {5, "30"},      {0, "ENDSEC"}, {0, "SECTION"},  {2, "CLASSES"}};
-    for (const ClassName& c : kClasses) {
-        std::string name(c.name, c.name + std::wcslen(c.name)), dxf(c.dxf, c.dxf + std::wcslen(c.dxf));
-        append(t, {{0, "CLASS"}, {1, dxf}, {2, name}, {3, "ZEFTLayerManager"}, {90, "0"}, {91, "0"}, {280, "0"}, {281, "0"}});
-    }
-    append(t, {{0, "ENDSEC"}, {0, "SECTION"}, {2, "OBJECTS"}});
-    append(t, {{0, "DICTIONARY"}, {5, "C"}, {330, "0"}, {100, "AcDbDictionary"}, {281, "1"}, {3, "ZEFT_LAYER_MANAGER"},
-               {350, "20"}});
-    append(t, {{0, "DICTIONARY"}, {5, "20"}, {102, "{ACAD_REACTORS"}, {330, "C"}, {102, "}"}, {330, "C"},
-               {100, "AcDbDictionary"}, {281, "1"}, {3, "ZEFT_LAYER_MANAGER"}, {350, "21"}, {3, "*A1"}, {350, "22"},
-               {3, "*A2"}, {350, "23"}, {3, "*A3"}, {350, "24"}, {3, "*A4"}, {350, "25"}, {3, "*A5"}, {350, "26"},
-               {3, "*A6"}, {350, "27"}});
-    append(t, ownedHead("ZEFTLAYERSTANDARD", "21"));
-    append(t, {{100, "ZEFTLayerStandard"}, {70, "3"}, {340, "22"}, {340, "23"}, {340, "24"}, {1, "Mod\u00e8le test"},
-               {1, "Beltrix.std"}, {1, "_"}});
-    append(t, ownedHead("ZEFTLAYERRULE", "22"));
-    append(t, {{100, "ZEFTLayerRule"}, {70, "2"}, {90, "2"}, {1, "=BUILDING()"}, {70, "1"}, {1, "Building Name"},
-               {1, "Vues calcul\u00e9es"}, {70, "0"}, {1, "User defined"}});
-    append(t, ownedHead("ZEFTLAYERRULE", "23"));
-    append(t, {{100, "ZEFTLayerRule"}, {70, "2"}, {90, "1"}, {1, "=LEVEL/VIEW()"}, {70, "1"}, {1, "Level / View name"}});
-    append(t, ownedHead("ZEFTLAYERRULE", "24"));
-    append(t, {{100, "ZEFTLayerRule"}, {70, "2"}, {90, "0"}});
-    append(t, ownedHead("ZEFTRULEFUNCTION", "25"));
-    append(t, {{100, "ZEFTRuleFunction"}, {70, "2"}, {1, "MATERIAL"}, {90, "2"}, {1, "AcDbLine"}, {1, "B\u00e9ton"},
-               {1, "AcDbCircle"}, {1, "Acier"}, {1, "Autre"}});
-    append(t, ownedHead("ZEFTRULEENUM", "26"));
-    // Extended data goes with the object whichever class reads it.
-    append(t, {{100, "ZEFTRuleEnum"}, {70, "1"}, {1, "Niveaux"}, {90, "2"}, {1, "RDC"}, {1, "R+1"}, {1001, "ZEFTTEST"},
-               {1000, "gard\u00e9"}});
-    append(t, ownedHead("ZEFTRULEEXCEPTION", "27"));
-    append(t, {{100, "ZEFTRuleException"}, {70, "1"}, {90, "2"}, {1, "AcDbViewport"}, {1, "Frames"}, {1, "AcDbText"},
-               {1, "Auto..."}});
-    append(t, {{0, "ENDSEC"}, {0, "EOF"}});
-    return dxfText(t);
+    std::ifstream in(ZEFT_SOURCE_DIR "/tests/data/module-objects.dxf", std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 AcDbObject* objectAt(const AcDbDatabase& db, const char* handle)
