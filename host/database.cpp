@@ -1233,9 +1233,37 @@ struct DxfWriter {
     }
 
     void tag(int code, std::string_view v) { dxf::appendTag(out, code, v, eol); }
-    void tags(const DxfTags& t, std::size_t from = 0, std::size_t to = SIZE_MAX)
+
+    // The tags of a record the host made or changed. A pointer it holds to an
+    // object the host erased or detached is written null, or left out of a
+    // reactor or extension dictionary group; a pointer the file already had
+    // to nothing stays as it was.
+    struct Changed {
+        DxfWriter& w;
+        bool inGroup = false;
+        bool operator()(int code, std::string_view v)
+        {
+            if (code == 102) inGroup = !v.empty() && v[0] == '{';
+            if (w.deadPointer(code, v)) {
+                if (!inGroup) w.tag(code, "0");
+            } else {
+                w.tag(code, v);
+            }
+            return true;
+        }
+    };
+    bool deadPointer(int code, std::string_view v) const
     {
-        for (std::size_t i = from; i < std::min(to, t.size()); ++i) tag(t[i].code, t[i].value);
+        if (!((code >= 330 && code <= 369) || (code >= 390 && code <= 399))) return false;
+        AcDbHandle h;
+        if (!AcDbHandle::parse(v, h) || h.isNull()) return false;
+        const AcDbObject* o = db.idOf(h).object();
+        return o && (o->isErased() || gone(o));
+    }
+    void tags(const DxfTags& t)
+    {
+        Changed changed{*this};
+        for (const DxfTag& each : t) changed(each.code, each.value);
     }
     void record(const TagRecord& r)
     {
@@ -1247,10 +1275,7 @@ struct DxfWriter {
             out.append(before).append(value).append(after);
             return;
         }
-        r.scan([this](int code, std::string_view v) {
-            tag(code, v);
-            return true;
-        });
+        r.scan(Changed{*this});
     }
 
     void object(AcDbObjectId id)

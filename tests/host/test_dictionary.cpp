@@ -2,6 +2,7 @@
 // applications and linetypes.
 #include "host/database.h"
 #include "host/dbclasses.h"
+#include "tests/host/builders.h"
 
 #include <gtest/gtest.h>
 
@@ -142,6 +143,27 @@ TEST(Dictionaries, SetAtOnATakenKeyErasesTheReplacedObject) {
     Keys keys = keysOf(nod.object());
     keys.erase(keys.begin(), keys.end() - std::min<long>(3, long(keys.size())));
     EXPECT_EQ(keys, (Keys{L"ZT_A", L"ZT_B", L"ZT_C"}));
+}
+
+// Pointers the host set to objects it then erased are saved null, and left
+// out of a reactor group; a pointer the file already had to nothing stays.
+TEST(Dictionaries, PointersToErasedObjectsAreSavedNull) {
+    const std::string record = tagText({{0, "XRECORD"}, {5, "F0"}, {100, "AcDbXrecord"}, {280, "1"}, {340, "FFFF"}});
+    auto db = AcDbDatabase::readDxfBytes(drawingWith("", "OBJECTS", record), "in.dxf");
+    const AcDbObjectId erased = addLine(*db), kept = addLine(*db);
+    {
+        AcDbObjectPointer<AcDbXrecord> rec(db->idOf(AcDbHandle(0xF0)), kForWrite);
+        ASSERT_EQ(rec.openStatus(), eOk);
+        ASSERT_EQ(rec->appendRbChain({ResBuf::objectId(330, erased), ResBuf::objectId(340, kept)}), eOk);
+        rec->addPersistentReactor(erased);
+    }
+    ASSERT_EQ(AcDbObjectPointer<AcDbEntity>(erased, kForWrite)->erase(), eOk);
+    const std::string text = db->dxfText();
+    const std::size_t at = text.find("  5\nF0\n");
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_EQ(text.substr(at, text.find("  0\n", at) - at),
+              tagText({{5, "F0"}, {102, "{ACAD_REACTORS"}, {102, "}"}, {100, "AcDbXrecord"}, {280, "1"},
+                       {340, "FFFF"}, {330, "0"}, {340, kept.handle().str()}}));
 }
 
 TEST(LayerTable, NewLayersTheirSettingsAndRefusedNames) {
