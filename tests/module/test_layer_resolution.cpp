@@ -16,6 +16,7 @@
 #include "suite/wybase.h"
 #include "suite/zeftprojecteditor.h"
 #include "zeftlayermanager/zeftlayermanagerutil.h"
+#include "zeftlayermanager/zeftresolutionbatch.h"
 #include "zeftlayermanager/zeftruleevaluator.h"
 #include "zeftlayermanager/zeftrxclassinfo.h"
 
@@ -69,7 +70,8 @@ std::string fixtureDrawing()
                                 entity("A01", "ZEFTBAR", {"ZEFTMould", "ZEFTBar"}) +
                                 entity("A02", "ZEFTIMAGEENTITY", {"ZEFTImageEntity"}) +
                                 entity("A03", "ZEFTMESHCUTSYMBOL", {"ZEFTMeshCutSymbol"}) +
-                                entity("A04", "QRVTHING", {"QrvThing"}) + viewport("A05", "1") + viewport("A06", "2");
+                                entity("A04", "QRVTHING", {"QrvThing"}) + viewport("A05", "1") + viewport("A06", "2") +
+                                entity("A07", "ZEFTBAR", {"ZEFTMould", "ZEFTBar"});
     text.insert(text.find("  0\nENDSEC\n", text.find("  2\nENTITIES\n")), records);
     const std::string classes = suiteClass("ZEFTMOULD", "ZEFTMould") + suiteClass("ZEFTBAR", "ZEFTBar") +
                                 suiteClass("ZEFTIMAGEENTITY", "ZEFTImageEntity") +
@@ -160,7 +162,7 @@ TEST(Evaluator, FunctionFormsJoiningAndCleaning)
     std::wstring name = L"unset";
     EXPECT_TRUE(ZEFTRuleEvaluator::isFunction(L"=()", &name));
     EXPECT_EQ(name, L"");
-    for (const wchar_t* literal : {L"=X(", L"X()", L"=X( )", L"=(", L""})
+    for (const wchar_t* literal : {L"=X(", L"=X(Y", L"X()", L"=X( )", L"=(", L""})
         EXPECT_FALSE(ZEFTRuleEvaluator::isFunction(literal)) << literal;
 
     auto join = [](const Fields& f, const std::wstring& sep) { return ZEFTRuleEvaluator::getEvaluatedLayerName(f, sep); };
@@ -169,7 +171,7 @@ TEST(Evaluator, FunctionFormsJoiningAndCleaning)
     EXPECT_EQ(join({lit(L"A"), lit(L"B")}, L","), L"AB");       // a separator of removed characters is lost
     EXPECT_EQ(join({lit(L"  A ?")}, L"_"), L"A ");               // trimmed before the removal
     EXPECT_EQ(join({lit(L"<a>/b\\\":?*|,='#~!@$%^&;`c")}, L"_"), L"abc");
-    EXPECT_EQ(join({lit(std::wstring(300, L'x'))}, L"_").size(), 255u);
+    EXPECT_EQ(join({lit(std::wstring(256, L'x'))}, L"_").size(), 255u);
     EXPECT_EQ(join({}, L"_"), L"");
 
     Strings names;
@@ -410,6 +412,14 @@ TEST_F(Resolution, SuiteEntitiesCarryTheirRuleFromMouldOrStandard)
     int type = -1;
     ASSERT_TRUE(Util::readXDataLayerRule(at("A01"), fields, type));
     EXPECT_EQ(fields, mouldRule);
+    // In one command end, entities of one suite class keep their own rules.
+    ASSERT_TRUE(Util::writeXDataLayerRule(at("A07"), {lit(L"Barre")}, 0));
+    {
+        ZEFTResolutionBatch batch(db);
+        for (const char* h : {"A01", "A07"}) Util::processEntityLayerRules(at(h), ctx);
+    }
+    EXPECT_EQ(layerOf(at("A01")), L"Moule. perso");
+    EXPECT_EQ(layerOf(at("A07")), L"Barre");
     // A mould of the lists takes the standard's rule, never another mould's.
     Util::createEntityLayerRule(at("A00"), ctx);
     fields.clear();
@@ -432,6 +442,15 @@ TEST_F(Resolution, SuiteEntitiesCarryTheirRuleFromMouldOrStandard)
     EXPECT_FALSE(Util::getEntityLayerName(ln, name, ctx)) << "outside drafts";
     EXPECT_FALSE(Util::getEntityLayerName(at("A06"), name, draft));
     EXPECT_EQ(name, L"Frames");
+
+    // In one command end, "=VIEW NAME()" answers for each entity's own view.
+    AcDbObjectId other;
+    ASSERT_EQ(Editor::addEntry(db, ZEFTProjectKind::kView, L"Coupe BB", L"", L"", &other), Acad::eOk);
+    ASSERT_EQ(Editor::assignEntities(db, view, ids({at("A01")})), Acad::eOk);
+    ASSERT_EQ(Editor::assignEntities(db, other, ids({at("A07")})), Acad::eOk);
+    ZEFTResolutionBatch batch(db);
+    EXPECT_EQ(evaluate(at("A01"), {fn(L"=VIEW NAME()")}, ctx), L"Coupe AA");
+    EXPECT_EQ(evaluate(at("A07"), {fn(L"=VIEW NAME()")}, ctx), L"Coupe BB");
 }
 
 TEST_F(Resolution, FunctionNamesAndHelps)
