@@ -25,7 +25,7 @@ THRESHOLD = 0.85
 
 # (file, what it breaks, text, mutated text); each text occurs once in its file.
 MUTATIONS = [
-    ('zeftlayermanager/zeftruleevaluator.cpp', 'isFunction: shortest call', "if (n < 3 || value[0] != L'='", "if (n < 2 || value[0] != L'='"),
+    ('zeftlayermanager/zeftruleevaluator.cpp', 'isFunction: shortest call', "if (n < 3 || value[0] != L'='", "if (n < 4 || value[0] != L'='"),
     ('zeftlayermanager/zeftruleevaluator.cpp', 'isFunction: closing parenthesis', "value[n - 2] != L'(' || value[n - 1] != L')'", "value[n - 2] != L'('"),
     ('zeftlayermanager/zeftruleevaluator.cpp', 'isFunction: name length', 'if (name) *name = value.substr(1, n - 3);', 'if (name) *name = value.substr(1, n - 2);'),
     ('zeftlayermanager/zeftruleevaluator.cpp', 'separator before empty field', 'if (i + 1 < fields.size() && !fields[i + 1].value.empty()) name += separator;', 'if (i + 1 < fields.size()) name += separator;'),
