@@ -241,6 +241,17 @@ std::function<void(const std::wstring&)>& printSink()
 
 void acutSetPrintSink(std::function<void(const std::wstring&)> sink) { printSink() = std::move(sink); }
 
+namespace {
+void*& mainWindow()
+{
+    static void* window = nullptr;
+    return window;
+}
+}  // namespace
+
+void* acedGetAcadFrame() { return mainWindow(); }
+void acedSetAcadFrame(void* window) { mainWindow() = window; }
+
 void acutPrintf(const wchar_t* format, ...)
 {
     wchar_t buf[4096];

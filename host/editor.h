@@ -108,6 +108,12 @@ private:
 AcEditor* acedEditorPtr();
 #define acedEditor acedEditorPtr()
 
+// The desktop host's main window (a QWidget in zeftcad), or null when the
+// host runs without a window (zeftlayer, tests): dialogs that a command opens
+// are parented to it and shown modally, and headless runs print instead.
+void* acedGetAcadFrame();
+void acedSetAcadFrame(void* window);
+
 // Prints to the command line (standard output unless a sink is set).
 void acutPrintf(const wchar_t* format, ...);
 void acutSetPrintSink(std::function<void(const std::wstring&)> sink);
