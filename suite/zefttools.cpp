@@ -53,7 +53,8 @@ int ZEFTUITools::MessageBoxW(const std::wstring& text, unsigned flags, void*)
     const std::wstring caption = WyPrompts::getPrompt(L"ZEFTLAYERMANAGER", 17717);
     if (messageBoxHandler()) return messageBoxHandler()(caption, text, flags);
     acutPrintf(L"\n%ls: %ls\n", caption.c_str(), text.c_str());
-    return (flags & 0xF) == MB_YESNO ? IDYES : IDOK;
+    const unsigned buttons = flags & 0xF;
+    return buttons == MB_YESNO || buttons == MB_YESNOCANCEL ? IDYES : IDOK;
 }
 
 namespace {
