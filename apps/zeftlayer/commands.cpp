@@ -58,35 +58,49 @@ OpenDrawing::~OpenDrawing()
     if (doc) acDocManager->close(doc);
 }
 
-bool openDrawing(const std::string& path, OpenDrawing& out)
+std::string tryOpenDrawing(const std::string& path, OpenDrawing& out, std::vector<std::string>& warnings)
 {
     try {
         auto db = AcDbDatabase::readDxf(path);
-        for (const auto& w : db->readWarnings()) std::fprintf(stderr, "zeftlayer: warning: %s\n", w.c_str());
+        warnings = db->readWarnings();
         out.doc = acDocManager->open(std::move(db));
         out.db = out.doc->database();
-        return true;
+        return {};
     } catch (const std::bad_alloc&) {
-        failure(path + ": out of memory");
-        return false;
+        return path + ": out of memory";
     } catch (const std::exception& e) {
-        failure(e.what());
-        return false;
+        return e.what();
+    }
+}
+
+bool openDrawing(const std::string& path, OpenDrawing& out)
+{
+    std::vector<std::string> warnings;
+    const std::string why = tryOpenDrawing(path, out, warnings);
+    for (const auto& w : warnings) std::fprintf(stderr, "zeftlayer: warning: %s\n", w.c_str());
+    if (why.empty()) return true;
+    failure(why);
+    return false;
+}
+
+std::string tryWriteDrawing(AcDbDatabase* db, const std::string& path)
+{
+    try {
+        db->writeDxf(path);
+        return {};
+    } catch (const std::bad_alloc&) {
+        return path + ": out of memory";
+    } catch (const std::exception& e) {
+        return e.what();
     }
 }
 
 bool writeDrawing(AcDbDatabase* db, const std::string& path)
 {
-    try {
-        db->writeDxf(path);
-        return true;
-    } catch (const std::bad_alloc&) {
-        failure(path + ": out of memory");
-        return false;
-    } catch (const std::exception& e) {
-        failure(e.what());
-        return false;
-    }
+    const std::string why = tryWriteDrawing(db, path);
+    if (why.empty()) return true;
+    failure(why);
+    return false;
 }
 
 namespace {

@@ -38,9 +38,14 @@ struct OpenDrawing {
 };
 // Prints read warnings; on failure prints the reason and returns false.
 bool openDrawing(const std::string& path, OpenDrawing& out);
+// The same for front ends that show messages their own way: read warnings
+// go to `warnings`; returns why it failed (naming the file), or empty.
+std::string tryOpenDrawing(const std::string& path, OpenDrawing& out, std::vector<std::string>& warnings);
 // Writes through a temporary file beside the target, so that a failed write
 // leaves nothing half-written; on failure prints the reason.
 bool writeDrawing(AcDbDatabase* db, const std::string& path);
+// The same, returning why it failed, or empty.
+std::string tryWriteDrawing(AcDbDatabase* db, const std::string& path);
 // The text in UTF-8, padded to a width in characters, not bytes, so that
 // accents keep columns straight.
 std::string padded(const std::wstring& s, std::size_t width);
@@ -50,6 +55,8 @@ std::string jsonString(const std::wstring& s);
 // Loads the layer manager, so that drawings holding a standard read it as
 // its own objects; on failure prints the reason.
 bool startModule();
+// The same, returning why it failed, or empty.
+std::string tryStartModule();
 // A standard of the standards folder by file name, by file name without
 // ".std", or by standard name; `why` tells what failed.
 bool findInFolder(const std::string& wanted, std::string& fileName, std::string& why);
@@ -73,6 +80,9 @@ int cmdProject(const std::vector<std::string>& args);
 
 // A script of host commands on a drawing (run.cpp).
 int cmdRun(const std::vector<std::string>& args);
+// Reads a script file (UTF-8, a byte-order mark allowed); returns why it
+// cannot be used ("PATH: reason"), or empty.
+std::string readScript(const std::string& path, std::wstring& text);
 
 // The layer each entity would get (names.cpp).
 int cmdNames(const std::vector<std::string>& args);

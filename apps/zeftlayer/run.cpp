@@ -27,26 +27,20 @@ struct AppendCounter : AcDbDatabaseReactor {
     }
 };
 
-bool readScript(const std::string& path, std::wstring& text)
+}  // namespace
+
+std::string readScript(const std::string& path, std::wstring& text)
 {
     std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        failure(path + ": cannot read the script");
-        return false;
-    }
+    if (!in) return path + ": cannot read the script";
     std::ostringstream bytes;
     bytes << in.rdbuf();
     std::string s = bytes.str();
     if (s.starts_with("\xEF\xBB\xBF")) s.erase(0, 3);
     text = dxf::fromUtf8(s);
-    if (dxf::toUtf8(text) != s) {
-        failure(path + ": the script is not UTF-8 text");
-        return false;
-    }
-    return true;
+    if (dxf::toUtf8(text) != s) return path + ": the script is not UTF-8 text";
+    return {};
 }
-
-}  // namespace
 
 int cmdRun(const std::vector<std::string>& args)
 {
@@ -80,7 +74,7 @@ int cmdRun(const std::vector<std::string>& args)
     const std::string target = inPlace ? drawing : out;
 
     std::wstring script;
-    if (!readScript(scriptPath, script)) return kFailure;
+    if (const std::string why = readScript(scriptPath, script); !why.empty()) return failure(why);
     if (!startModule()) return kFailure;
     OpenDrawing d;
     if (!openDrawing(drawing, d)) return kFailure;

@@ -32,11 +32,18 @@ using dxf::toUtf8;
 
 // The module must be started (its classes registered) before drawings that
 // hold a standard are read.
-bool startModule()
+std::string tryStartModule()
 {
     std::string error;
-    if (acrxDynamicLinker->loadModule("zeftlayermanager", &error)) return true;
-    failure(error);
+    if (acrxDynamicLinker->loadModule("zeftlayermanager", &error)) return {};
+    return error.empty() ? "cannot load the module zeftlayermanager" : error;
+}
+
+bool startModule()
+{
+    const std::string why = tryStartModule();
+    if (why.empty()) return true;
+    failure(why);
     return false;
 }
 
