@@ -22,6 +22,75 @@
 #include "host/filer.h"
 
 namespace {
+// Stubs by handle. Open addressing over (low half of the handle, place in
+// the stub list): eight bytes an object, no allocation per object, and a
+// probe compares without touching the stub unless the low halves match.
+class HandleIndex {
+public:
+    void reserve(std::size_t n)
+    {
+        std::size_t want = 16;
+        while (want / 4 * 3 < n) want *= 2;
+        if (want > slots_.size()) rehash(want);
+    }
+    // Inserts `s` at `place` in `stubs` unless its handle is there already.
+    void insert(const std::deque<AcDbStub>& stubs, std::size_t place)
+    {
+        if ((size_ + 1) * 4 > slots_.size() * 3) rehash(std::max<std::size_t>(16, slots_.size() * 2), stubs);
+        const std::uint64_t h = stubs[place].handle.value();
+        std::size_t i = slotOf(h);
+        for (; slots_[i].place; i = (i + 1) & mask_)
+            if (slots_[i].low == std::uint32_t(h) && stubs[slots_[i].place - 1].handle.value() == h) return;
+        slots_[i] = {std::uint32_t(h), std::uint32_t(place + 1)};
+        ++size_;
+        max_ = std::max(max_, h);
+    }
+    const AcDbStub* find(const std::deque<AcDbStub>& stubs, std::uint64_t h) const
+    {
+        if (slots_.empty()) return nullptr;
+        for (std::size_t i = slotOf(h); slots_[i].place; i = (i + 1) & mask_)
+            if (slots_[i].low == std::uint32_t(h) && stubs[slots_[i].place - 1].handle.value() == h)
+                return &stubs[slots_[i].place - 1];
+        return nullptr;
+    }
+    // The largest handle indexed, 0 when none.
+    std::uint64_t maxHandle() const { return max_; }
+
+private:
+    struct Slot {
+        std::uint32_t low = 0;
+        std::uint32_t place = 0;  // 1 + place in the stub list; 0: empty
+    };
+    std::vector<Slot> slots_;
+    std::size_t mask_ = 0;
+    std::size_t size_ = 0;
+    std::uint64_t max_ = 0;
+
+    std::size_t slotOf(std::uint64_t h) const { return std::size_t((h * 0x9E3779B97F4A7C15ull) >> 32) & mask_; }
+    void rehash(std::size_t n, const std::deque<AcDbStub>& stubs) { rehashWith(n, [&](const Slot& s) { return stubs[s.place - 1].handle.value(); }); }
+    void rehash(std::size_t n)
+    {
+        // Only before anything is indexed.
+        if (size_ == 0) {
+            slots_.assign(n, Slot{});
+            mask_ = n - 1;
+        }
+    }
+    template <class HandleOf>
+    void rehashWith(std::size_t n, HandleOf handleOf)
+    {
+        std::vector<Slot> old(n);
+        old.swap(slots_);
+        mask_ = n - 1;
+        for (const Slot& s : old) {
+            if (!s.place) continue;
+            std::size_t i = slotOf(handleOf(s));
+            while (slots_[i].place) i = (i + 1) & mask_;
+            slots_[i] = s;
+        }
+    }
+};
+
 std::vector<AcDbDatabase*>& allDatabases()
 {
     // Never destroyed: drawings held by other statics are destroyed at exit, in any order.
@@ -33,7 +102,7 @@ std::vector<AcDbDatabase*>& allDatabases()
 struct AcDbDatabase::Impl {
     std::unique_ptr<dxf::DrawingText> text;
     std::deque<AcDbStub> stubs;
-    std::unordered_map<std::uint64_t, AcDbStub*> byHandle;
+    HandleIndex byHandle;
     std::uint64_t nextHandle = 1;
     std::uint64_t seedInFile = 0;
 
@@ -63,12 +132,9 @@ struct AcDbDatabase::Impl {
     bool adoptedSinceLoad = false;
     int classListener = 0;
 
-    AcDbStub* find(std::uint64_t h) const
-    {
-        auto it = byHandle.find(h);
-        return it == byHandle.end() ? nullptr : it->second;
-    }
-    void index(AcDbStub* s) { byHandle.emplace(s->handle.value(), s); }
+    AcDbStub* find(std::uint64_t h) const { return const_cast<AcDbStub*>(byHandle.find(stubs, h)); }
+    // `place` in `stubs`.
+    void index(std::size_t place) { byHandle.insert(stubs, place); }
 };
 
 const std::vector<AcDbDatabase*>& AcDbDatabase::hostAllDatabases() { return allDatabases(); }
@@ -179,7 +245,7 @@ AcDbStub* AcDbDatabase::hostNewStub(AcDbHandle h)
 {
     impl_->stubs.push_back(AcDbStub{nullptr, this, h});
     AcDbStub* s = &impl_->stubs.back();
-    if (!h.isNull()) impl_->index(s);
+    if (!h.isNull()) impl_->index(impl_->stubs.size() - 1);
     return s;
 }
 
@@ -527,7 +593,7 @@ struct DxfLoader {
     dxf::TagView pending;
     bool havePending = false;
     bool atEnd = false;
-    std::vector<std::pair<AcDbObject*, std::size_t>> needHandle;
+    std::vector<std::size_t> needHandle;  // places in the stub list of records without a handle
     std::unordered_map<std::wstring, std::size_t> classByDxf;
     std::vector<bool> entityInPaper;  // for each entity of section ENTITIES
     struct LayoutRef {
@@ -722,7 +788,7 @@ struct DxfLoader {
             s = known ? known : db.hostNewStub(r.handle);
         } else {
             s = db.hostNewStub();
-            needHandle.emplace_back(obj, 0);
+            needHandle.push_back(impl.stubs.size() - 1);
         }
         s->object = obj;
         obj->hostAttach(s);
@@ -899,6 +965,8 @@ struct DxfLoader {
         if (db.getHeaderVar("$HANDSEED", v)) {
             AcDbHandle h;
             if (AcDbHandle::parse(v, h)) impl.seedInFile = h.value();
+            // Handles are mostly below the seed; a record takes some 32 bytes at least.
+            impl.byHandle.reserve(std::size_t(std::min<std::uint64_t>(impl.seedInFile, text.text.size() / 32)));
         }
         std::string handling;
         db.writesHandles_ = true;
@@ -1014,7 +1082,7 @@ struct DxfLoader {
         AcDbStub* s = db.hostNewStub();
         s->object = btr;
         btr->hostAttach(s);
-        needHandle.emplace_back(btr, 0);
+        needHandle.push_back(impl.stubs.size() - 1);
         impl.virtualBlocks.push_back(btr);
         return btr;
     }
@@ -1163,13 +1231,10 @@ struct DxfLoader {
     void finish()
     {
         findSpaces();
-        std::uint64_t maxHandle = 0;
-        for (auto& [h, s] : impl.byHandle) maxHandle = std::max(maxHandle, h);
-        impl.nextHandle = std::max(maxHandle + 1, impl.seedInFile);
-        for (auto& [obj, unused] : needHandle) {
-            AcDbStub* s = const_cast<AcDbStub*>(obj->objectId().stub());
-            s->handle = AcDbHandle(impl.nextHandle++);
-            impl.index(s);
+        impl.nextHandle = std::max(impl.byHandle.maxHandle() + 1, impl.seedInFile);
+        for (std::size_t place : needHandle) {
+            impl.stubs[place].handle = AcDbHandle(impl.nextHandle++);
+            impl.index(place);
         }
         // Objects of a drawing without owners (R12) belong to their table.
         for (AcDbObjectId tid : impl.tables)

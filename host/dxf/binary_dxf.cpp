@@ -33,14 +33,14 @@ bool usesOneByteCodes(std::string_view b) {
 
 class Converter {
 public:
-    Converter(const std::string& bytes, const std::string& name)
+    Converter(std::string_view bytes, const std::string& name)
         : d_(reinterpret_cast<const unsigned char*>(bytes.data())), n_(bytes.size()), name_(name) {}
 
     DrawingText run(bool oneByteCodes) {
         DrawingText out;
         out.fileName = name_;
         out.wasBinary = true;
-        std::string& t = out.text;
+        std::string t;
         // Text is usually a bit larger than the binary (doubles as digits).
         t.reserve(n_ + n_ / 2);
         std::size_t i = kBinarySentinel.size();
@@ -67,6 +67,7 @@ public:
             t += '\n';
             if (code == 0 && std::string_view(t).substr(valueStart) == "EOF\n") break;
         }
+        out.own(std::move(t));
         return out;
     }
 
@@ -162,7 +163,7 @@ private:
 
 }  // namespace
 
-DrawingText convertBinaryDxf(const std::string& bytes, const std::string& name) {
+DrawingText convertBinaryDxf(std::string_view bytes, const std::string& name) {
     return Converter(bytes, name).run(usesOneByteCodes(bytes));
 }
 

@@ -12,7 +12,7 @@ namespace dxf {
 inline constexpr std::string_view kBinarySentinel{"AutoCAD Binary DXF\r\n\x1a\0", 22};
 
 // `bytes` starts with kBinarySentinel. Stops after the (0, EOF) tag.
-DrawingText convertBinaryDxf(const std::string& bytes, const std::string& name);
+DrawingText convertBinaryDxf(std::string_view bytes, const std::string& name);
 
 // The group code right-aligned in three columns, without a line end.
 void appendCode(std::string& out, int code);

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -81,26 +83,60 @@ constexpr std::size_t kMaxLine = kMaxLineBytes;
 
 enum class Step { Tag, End, BadCode, NoValue, LongLine };
 
+// The first LF in [p, e), or null. Values are mostly short: a word at a
+// time first, then memchr for long lines.
+inline const char* findLf(const char* p, const char* e) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101ull, kLf = kOnes * '\n', kHigh = kOnes * 0x80;
+    for (int words = 0; words < 4 && e - p >= 8; ++words, p += 8) {
+        std::uint64_t w;
+        std::memcpy(&w, p, 8);
+        const std::uint64_t x = w ^ kLf;
+        // The lowest set bit marks the first zero byte, i.e. the first LF.
+        if (const std::uint64_t hit = (x - kOnes) & ~x & kHigh)
+            return p + (std::countr_zero(hit) >> 3);
+    }
+    return static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(e - p)));
+}
+
 // One tag from [pos, end). On BadCode/NoValue `pos` is left at the code line
 // and tag.code holds the code (NoValue) for the message.
 inline Step scanTag(const char* d, std::size_t& pos, std::size_t end, TagView& tag) {
     if (pos >= end) return Step::End;
     const char* p = d + pos;
     const char* e = d + end;
-    const char* nl = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(e - p)));
-    const char* codeEnd = nl ? nl : e;
-    if (static_cast<std::size_t>(codeEnd - p) > kMaxLine) return Step::LongLine;
-    if (!parseCode(p, codeEnd, tag.code)) {
-        // Blank lines after the last tag are not an error.
-        if (std::all_of(p, e, isSpace)) {
-            pos = end;
-            return Step::End;
+    const char* nl = nullptr;
+    // The common code line: a few spaces, digits, a line end.
+    {
+        const char* q = p;
+        const char* spacesEnd = e - q > 8 ? q + 8 : e;
+        while (q < spacesEnd && *q == ' ') ++q;
+        const char* digits = q;
+        const char* digitsEnd = e - q > 9 ? q + 9 : e;
+        int v = 0;
+        for (; q < digitsEnd && static_cast<unsigned char>(*q - '0') <= 9; ++q) v = v * 10 + (*q - '0');
+        if (q > digits && q < e) {
+            if (*q == '\n') nl = q;
+            else if (*q == '\r' && q + 1 < e && q[1] == '\n') nl = q + 1;
         }
-        return Step::BadCode;
+        if (nl) tag.code = v;
     }
-    if (!nl || nl + 1 >= e) return Step::NoValue;
+    if (!nl) {
+        nl = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(e - p)));
+        const char* codeEnd = nl ? nl : e;
+        if (static_cast<std::size_t>(codeEnd - p) > kMaxLine) return Step::LongLine;
+        if (!parseCode(p, codeEnd, tag.code)) {
+            // Blank lines after the last tag are not an error.
+            if (std::all_of(p, e, isSpace)) {
+                pos = end;
+                return Step::End;
+            }
+            return Step::BadCode;
+        }
+        if (!nl) return Step::NoValue;
+    }
+    if (nl + 1 >= e) return Step::NoValue;
     const char* v = nl + 1;
-    const char* vnl = static_cast<const char*>(std::memchr(v, '\n', static_cast<std::size_t>(e - v)));
+    const char* vnl = findLf(v, e);
     const char* vend = vnl ? vnl : e;
     if (static_cast<std::size_t>(vend - v) > kMaxLine) {
         pos = static_cast<std::size_t>(v - d);
@@ -200,16 +236,30 @@ void DrawingText::fail(std::size_t textOffset, const std::string& message) const
     throw ParseError(fileName + ": " + where(textOffset) + ": " + message);
 }
 
-DrawingText drawingTextFromBytes(std::string bytes, const std::string& name) {
-    if (bytes.size() >= kBinarySentinel.size() &&
-        std::string_view(bytes).substr(0, kBinarySentinel.size()) == kBinarySentinel) {
-        return convertBinaryDxf(bytes, name);
-    }
+void DrawingText::own(std::string bytes) {
+    auto kept = std::make_shared<const std::string>(std::move(bytes));
+    text = *kept;
+    storage_ = std::move(kept);
+}
+
+namespace {
+bool isBinaryDxf(std::string_view bytes) { return bytes.substr(0, kBinarySentinel.size()) == kBinarySentinel; }
+
+// ASCII text that is known to stay where it is: checked, its line end found.
+DrawingText asciiText(std::string_view bytes, const std::string& name) {
     checkLooksLikeDxf(bytes, name);
     DrawingText drawing;
     drawing.fileName = name;
     drawing.eol = detectEol(bytes);
-    drawing.text = std::move(bytes);
+    drawing.text = bytes;
+    return drawing;
+}
+}  // namespace
+
+DrawingText drawingTextFromBytes(std::string bytes, const std::string& name) {
+    if (isBinaryDxf(bytes)) return convertBinaryDxf(bytes, name);
+    DrawingText drawing = asciiText(bytes, name);
+    drawing.own(std::move(bytes));
     return drawing;
 }
 
@@ -229,35 +279,39 @@ DrawingText loadDrawingText(const std::string& path) {
     // Devices, pipes and sockets may never end (/dev/zero).
     if (!S_ISREG(st.st_mode)) throw ParseError(path + ": not a regular file");
 
-    std::string bytes;
-    auto readTo = [&](std::size_t size) {
-        std::size_t used = bytes.size();
-        bytes.resize(size);
-        while (used < size) {
-            const ssize_t n = ::read(fd, bytes.data() + used, size - used);
-            if (n < 0) {
-                if (errno == EINTR) continue;
-                osError(errno);
-            }
-            if (n == 0) break;
-            used += static_cast<std::size_t>(n);
-        }
-        bytes.resize(used);
-        return used == size;
-    };
-    // The head tells a drawing from other data before the rest is read.
+    // The head tells a drawing from other data before the rest is looked at.
     const std::size_t size = static_cast<std::size_t>(st.st_size);
     constexpr std::size_t kHead = 1 << 16;
-    if (readTo(std::min(size, kHead)) && size > kHead) {
-        if (std::string_view(bytes).substr(0, kBinarySentinel.size()) != kBinarySentinel) {
-            checkLooksLikeDxf(bytes, path);
-            if (bytes.find('\n') == std::string::npos)
-                throw ParseError(path + ": line 1: no line break in the first " + std::to_string(kHead) + " bytes (not a DXF file)");
+    std::string head(std::min(size, kHead), '\0');
+    std::size_t used = 0;
+    while (used < head.size()) {
+        const ssize_t n = ::read(fd, head.data() + used, head.size() - used);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            osError(errno);
         }
-        readTo(size);
+        if (n == 0) break;
+        used += static_cast<std::size_t>(n);
     }
-    // A file that grew meanwhile is read as it was when opened.
-    return drawingTextFromBytes(std::move(bytes), path);
+    head.resize(used);
+    if (size <= kHead || used < kHead) return drawingTextFromBytes(std::move(head), path);
+    if (!isBinaryDxf(head)) {
+        checkLooksLikeDxf(head, path);
+        if (head.find('\n') == std::string::npos)
+            throw ParseError(path + ": line 1: no line break in the first " + std::to_string(kHead) + " bytes (not a DXF file)");
+    }
+    // Mapped rather than read: no zero-filled copy, and records that nothing
+    // changes are written straight from the file's pages. A file that grows
+    // meanwhile is read as it was when opened.
+    void* map = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+    if (map == MAP_FAILED) osError(errno);
+    std::shared_ptr<const void> mapping(map, [size](const void* p) { ::munmap(const_cast<void*>(p), size); });
+    const std::string_view bytes(static_cast<const char*>(map), size);
+    // A converted binary drawing owns its text; the mapping goes.
+    if (isBinaryDxf(bytes)) return convertBinaryDxf(bytes, path);
+    DrawingText drawing = asciiText(bytes, path);
+    drawing.storage_ = std::move(mapping);
+    return drawing;
 }
 
 Tokenizer::Tokenizer(const DrawingText& drawing, std::size_t begin, std::size_t end)

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -41,10 +42,12 @@ struct TagView {
     std::size_t offset = 0;  // offset of the group-code line in the text
 };
 
-// The text of a whole drawing.
+// The text of a whole drawing. Copies share the bytes.
 struct DrawingText {
     std::string fileName;
-    std::string text;           // ASCII DXF
+    // ASCII DXF: a read-only mapping of the file, or bytes the drawing owns
+    // (converted binary input, bytes from memory). Records keep views of it.
+    std::string_view text;
     std::string eol = "\n";     // the line end the input used ("\r\n" or "\n")
     bool wasBinary = false;
     // For converted binary drawings: (text offset, byte offset in the file)
@@ -56,6 +59,13 @@ struct DrawingText {
     std::string where(std::size_t textOffset) const;
     // "FILE: line N: message"
     [[noreturn]] void fail(std::size_t textOffset, const std::string& message) const;
+
+    // Makes `text` the whole of `bytes`, which the drawing keeps.
+    void own(std::string bytes);
+
+private:
+    friend DrawingText loadDrawingText(const std::string& path);
+    std::shared_ptr<const void> storage_;
 };
 
 // Reads a drawing file. Binary DXF (the 22-byte sentinel
@@ -73,7 +83,7 @@ DrawingText drawingTextFromBytes(std::string bytes, const std::string& name);
 // ParseError naming the line.
 class Tokenizer {
 public:
-    Tokenizer(const DrawingText& drawing, std::size_t begin = 0, std::size_t end = std::string::npos);
+    Tokenizer(const DrawingText& drawing, std::size_t begin = 0, std::size_t end = std::string_view::npos);
     bool next(TagView& tag);
     std::size_t position() const { return pos_; }
 
