@@ -2,7 +2,7 @@
 """`zeftlayer names` on the sample drawing given the default standard and a
 project: the names a person expects, the reasons for entities left alone,
 a preview through another standard, and bad input. The drawing is never
-written."""
+written. The data folder comes from $BELTRIX_DATA here."""
 import json
 import os
 import shutil
@@ -10,17 +10,15 @@ import tempfile
 import unittest
 
 import common
-from common import ezdxf
-
-ZEFT = common.program("zeftlayer")
+from common import ZEFT, ezdxf
 
 
-class Names(unittest.TestCase):
+class Names(common.Case):
     @classmethod
     def setUpClass(cls):
-        cls.tmp = tempfile.mkdtemp(prefix="zeft-names-")
-        cls.env = {"BELTRIX_DATA": os.path.join(cls.tmp, "data")}
-        cls.drawing = os.path.join(cls.tmp, "sample.dxf")
+        cls.shared = tempfile.mkdtemp(prefix="zeft-names-")
+        cls.data = os.path.join(cls.shared, "data")
+        cls.drawing = os.path.join(cls.shared, "sample.dxf")
         steps = [["install", common.SAMPLE, "Beltrix", "-o", cls.drawing],
                  ["project", cls.drawing, "set", "--project", "Maison", "--building", "Bâtiment A", "--mode", "level"],
                  ["project", cls.drawing, "level", "add", "Niveau 0"],
@@ -28,88 +26,71 @@ class Names(unittest.TestCase):
                  ["project", cls.drawing, "level", "assign", "Niveau 1", "--layer", "WALLS"],
                  ["project", cls.drawing, "set", "--active", "Niveau 0"]]
         for args in steps:
-            proc = cls.zeft(args)
+            proc = common.run([ZEFT, *args], env={"BELTRIX_DATA": cls.data})
             assert proc.returncode == 0, f"{args}: {proc.stderr}"
 
     @classmethod
     def tearDownClass(cls):
-        shutil.rmtree(cls.tmp, ignore_errors=True)
+        shutil.rmtree(cls.shared, ignore_errors=True)
 
-    @classmethod
-    def zeft(cls, args):
-        return common.run([ZEFT] + args, env=cls.env)
+    def zeft(self, *args, timeout=60):
+        return common.run([ZEFT, *args], timeout=timeout, env={"BELTRIX_DATA": self.data})
 
-    def names(self, *extra):
-        before = common.digest(self.drawing)
-        proc = self.zeft(["names", self.drawing, "--json", *extra])
-        self.assertEqual(proc.returncode, 0, proc.stderr)
-        self.assertEqual(common.digest(self.drawing), before, "names must not write the drawing")
+    def names(self, drawing, *extra):
+        before = common.digest(drawing)
+        proc = self.ok("names", drawing, "--json", *extra)
+        self.assertEqual(common.digest(drawing), before, "names must not write the drawing")
         return {e["handle"]: e for e in json.loads(proc.stdout)["entities"]}
 
     def test_names_from_the_default_standard_and_the_project(self):
-        rows = self.names()
+        rows = self.names(self.drawing)
         doc = ezdxf.readfile(self.drawing)
         walls = [e.dxf.handle for e in doc.modelspace() if common.layer_of(e) == "WALLS"]
         self.assertTrue(walls)
-        for handle in walls:
-            self.assertEqual(rows[handle]["target"], "Bâtiment A. Niveau 1")
+        self.assertEqual({rows[h]["target"] for h in walls}, {"Bâtiment A. Niveau 1"})
         # Entities in no level go to the level being worked on.
         window = next(e.dxf.handle for e in doc.modelspace() if common.layer_of(e) == "WINDOWS")
         self.assertEqual(rows[window]["target"], "Bâtiment A. Niveau 0")
         viewports = sorted((e.dxf.id, e.dxf.handle) for e in doc.layouts.active_layout() if e.dxftype() == "VIEWPORT")
-        self.assertIsNone(rows[viewports[0][1]]["target"])
-        self.assertEqual(rows[viewports[0][1]]["note"], "overall paper-space viewport")
+        self.assertEqual((rows[viewports[0][1]]["target"], rows[viewports[0][1]]["note"]),
+                         (None, "overall paper-space viewport"))
         self.assertEqual((rows[viewports[1][1]]["target"], rows[viewports[1][1]]["note"]), ("Frames", "exception"))
         # Every entity of model space and of the current layout, none of the blocks.
-        expected = len(doc.modelspace()) + len(doc.layouts.active_layout())
-        self.assertEqual(len(rows), expected)
+        self.assertEqual(len(rows), len(doc.modelspace()) + len(doc.layouts.active_layout()))
 
-        text = self.zeft(["names", self.drawing]).stdout
+        text = self.ok("names", self.drawing).stdout
         self.assertIn("Standard: Beltrix", text)
         self.assertIn('building "Bâtiment A", working mode 0', text)
 
     def test_another_standard_installed_in_memory(self):
         """--standard gives what that standard gives once installed, even
         where its user functions share names with the drawing's own."""
-        folder = os.path.join(self.env["BELTRIX_DATA"], "Support", "Layer Standards")
-
-        def standard(file_name, name, kind):
+        folder = os.path.join(self.data, "Support", "Layer Standards")
+        for file_name, name, kind in (("mine.std", "Mine", "Drawing"), ("plans.std", "Plans", "Plan")):
             with open(os.path.join(folder, file_name), "w", encoding="cp1252", newline="\r\n") as f:
                 f.write(f"[Layer_Standard]\nName={name}\n[Model_Rules]\nName_1=Plan\nField_1=P\n"
                         "Name_2=Kind\nField_2==KIND()\nName_3=Level\nField_3==LEVEL()\n"
                         f"[Separator]\nValue=-\nWhiteSpaceAfter=0\n[Function_1]\nName=KIND\nDefault={kind}\n"
                         "Key_1=NoSuchClass\nValue_1=x\n")
-        standard("mine.std", "Mine", "Drawing")
-        standard("plans.std", "Plans", "Plan")
-        mine = os.path.join(self.tmp, "mine.dxf")
-        self.assertEqual(self.zeft(["install", self.drawing, "Mine", "-o", mine]).returncode, 0)
-        before = common.digest(mine)
-        proc = self.zeft(["names", mine, "--json", "--standard", "Plans"])
-        self.assertEqual(proc.returncode, 0, proc.stderr)
-        self.assertEqual(common.digest(mine), before, "names must not write the drawing")
-        rows = json.loads(proc.stdout)["entities"]
-        self.assertEqual({r["target"] for r in rows if r["target"]}, {"P-Plan-Niveau 0", "P-Plan-Niveau 1"})
-        proc = self.zeft(["names", mine, "--json"])
-        self.assertIn("P-Drawing-Niveau 0", {r["target"] for r in json.loads(proc.stdout)["entities"]})
+        mine = self.path("mine.dxf")
+        self.ok("install", self.drawing, "Mine", "-o", mine)
+        targets = {r["target"] for r in self.names(mine, "--standard", "Plans").values() if r["target"]}
+        self.assertEqual(targets, {"P-Plan-Niveau 0", "P-Plan-Niveau 1"})
+        self.assertIn("P-Drawing-Niveau 0", {r["target"] for r in self.names(mine).values()})
 
     def test_no_project_goes_to_layer_zero(self):
-        plain = os.path.join(self.tmp, "plain.dxf")
-        self.assertEqual(self.zeft(["install", common.SAMPLE, "Beltrix", "-o", plain]).returncode, 0)
-        proc = self.zeft(["names", plain, "--json"])
-        rows = [r for r in json.loads(proc.stdout)["entities"] if r["note"] != "overall paper-space viewport"]
-        self.assertEqual({(r["target"], r["note"]) for r in rows if r["note"] != "exception"},
+        plain = self.path("plain.dxf")
+        self.ok("install", common.SAMPLE, "Beltrix", "-o", plain)
+        notes = {(r["target"], r["note"]) for r in self.names(plain).values()}
+        self.assertEqual({n for n in notes if n[1] not in ("exception", "overall paper-space viewport")},
                          {("0", "no project, so no rule")})
 
     def test_bad_input(self):
-        cases = [(["names", common.SAMPLE], 1, "holds no layer standard"),
-                 (["names", self.drawing, "--standard", "nope"], 1, "no layer standard 'nope'"),
-                 (["names", self.drawing, "--bogus"], 2, "unknown option '--bogus'"),
-                 (["names"], 2, "expected one DRAWING"),
-                 (["names", os.path.join(self.tmp, "missing.dxf")], 1, "missing.dxf")]
-        for args, code, message in cases:
-            proc = self.zeft(args)
-            self.assertEqual(proc.returncode, code, args)
-            self.assertIn(message, proc.stderr, args)
+        self.refusals([(["names", common.SAMPLE], 1, "holds no layer standard"),
+                       (["names", self.drawing, "--standard", "nope"], 1, "no layer standard 'nope'"),
+                       (["names", self.drawing, "--bogus"], 2, "unknown option '--bogus'"),
+                       (["names"], 2, "expected one DRAWING"),
+                       (["names", self.path("missing.dxf")], 1, "missing.dxf")])
 
 
 if __name__ == "__main__":

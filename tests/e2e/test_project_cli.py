@@ -6,20 +6,12 @@ and by ezdxf as an independent reader, and bad input that must fail without
 touching the drawing."""
 import json
 import os
-import shutil
-import tempfile
 import unittest
 
 import common
 from common import ezdxf
 
-ZEFT = common.program("zeftlayer")
 WINDOW = (0.0, 0.0, 12000.0, 250.0)  # window sills, a column and survey points, nothing else
-
-
-def read_bytes(path):
-    with open(path, "rb") as f:
-        return f.read()
 
 
 def inside(points):
@@ -27,24 +19,14 @@ def inside(points):
     return all(x1 <= p[0] <= x2 and y1 <= p[1] <= y2 for p in points)
 
 
-class ProjectCli(unittest.TestCase):
+class ProjectCli(common.Case):
     def setUp(self):
-        self._tmp = tempfile.TemporaryDirectory(prefix="zeftproject-")
-        self.dir = self._tmp.name
-        self.plan = os.path.join(self.dir, "plan.dxf")
-        shutil.copy(common.SAMPLE, self.plan)
+        super().setUp()
+        self.plan = self.copy(common.SAMPLE, "plan.dxf")
         self.msp = list(ezdxf.readfile(self.plan).modelspace())
 
-    def tearDown(self):
-        self._tmp.cleanup()
-
-    def zeft(self, *args):
-        return common.run([ZEFT, "project", *args])
-
     def ok(self, *args):
-        proc = self.zeft(*args)
-        self.assertEqual(proc.returncode, 0, f"{args}: {proc.stderr}")
-        return proc.stdout
+        return super().ok("project", *args).stdout
 
     def show(self, drawing):
         return json.loads(self.ok(drawing, "show", "--json"))
@@ -114,11 +96,11 @@ class ProjectCli(unittest.TestCase):
         self.assertEqual([t.value for t in moulds.tags], columns[:2])
 
         # Renaming, removing, and writing elsewhere.
-        out = os.path.join(self.dir, "out.dxf")
-        before = read_bytes(p)
+        out = self.path("out.dxf")
+        before = common.read_bytes(p)
         self.ok(p, "level", "rename", "Niveau 0", "Rez-de-chaussée", "-o", out)
         self.ok(out, "level", "remove", "niveau 1")
-        self.assertEqual(read_bytes(p), before)
+        self.assertEqual(common.read_bytes(p), before)
         shown = self.show(out)
         self.assertEqual([(x["name"], x["count"]) for x in shown["levels"]], [("Rez-de-chaussée", len(walls))])
         self.assertIsNone(shown["project"]["activeView"])
@@ -126,7 +108,7 @@ class ProjectCli(unittest.TestCase):
 
     def test_bad_input_fails_cleanly_and_leaves_the_drawing(self):
         self.ok(self.plan, "level", "add", "Niveau 0")
-        foreign = os.path.join(self.dir, "foreign.dxf")
+        foreign = self.path("foreign.dxf")
         doc = ezdxf.readfile(common.SAMPLE)
         doc.rootdict.add_new_dict("ZEFT_PROJECT").add_xrecord("NOTES").reset([(1, "not a project")])
         doc.saveas(foreign)
@@ -141,28 +123,25 @@ class ProjectCli(unittest.TestCase):
             ((p, "image", self.handles("LINE")[0], "--shows", "FFFFF"), 1, "FFFFF"),
             ((p, "mould", "MouleList", "remove", self.handles("LINE")[0]), 1, "MouleList"),
             ((foreign, "set", "--project", "X"), 1, "ZEFT_PROJECT"),
-            ((os.path.join(self.dir, "missing.dxf"), "show"), 1, "missing.dxf"),
+            ((self.path("missing.dxf"), "show"), 1, "missing.dxf"),
             ((p, "level", "assign", "Niveau 0", "--window", "1,2,3"), 2, "--window"),
             ((p, "level", "assign", "Niveau 0"), 2, "--handle"),
             ((p, "set", "--mode", "floor"), 2, "floor"),
             ((p, "set", "--frobnicate", "1"), 2, "--frobnicate"),
             ((p, "mould", "Nowhere", "list"), 2, "Nowhere"),
-            ((p, "show", "-o", os.path.join(self.dir, "x.dxf")), 2, "-o"),
+            ((p, "show", "-o", self.path("x.dxf")), 2, "-o"),
             ((p,), 2, "subcommand"),
         ]
         for args, code, named in cases:
             with self.subTest(args=args[1:]):
                 drawing = args[0]
-                before = read_bytes(drawing) if os.path.exists(drawing) else None
+                before = common.read_bytes(drawing) if os.path.exists(drawing) else None
                 stamp = os.stat(drawing).st_mtime_ns if before else None
-                proc = self.zeft(*args)
-                self.assertEqual(proc.returncode, code, proc.stderr)
-                lines = proc.stderr.splitlines()
-                self.assertTrue(lines and lines[0].startswith("zeftlayer: ") and named in lines[0], proc.stderr)
-                self.assertEqual(len(lines), 1 if code == 1 else 2, proc.stderr)
+                proc = self.refused(["project", *args], code, named)
+                self.assertIn(named, proc.stderr.splitlines()[0])
+                self.assertEqual(len(proc.stderr.splitlines()), 1 if code == 1 else 2, proc.stderr)
                 if before:
-                    self.assertEqual(read_bytes(drawing), before)
-                    self.assertEqual(os.stat(drawing).st_mtime_ns, stamp)
+                    self.assertEqual((common.read_bytes(drawing), os.stat(drawing).st_mtime_ns), (before, stamp))
                 self.assertEqual(sorted(os.listdir(self.dir)), ["foreign.dxf", "plan.dxf"], "nothing else is written")
         self.assertIn("holds no project", self.ok(foreign, "show"))
 

@@ -1,14 +1,60 @@
-// Builders of test drawings shared by the host's tests.
+// Builders of test drawings and helpers shared by the host's tests.
 #pragma once
 
+#include <fstream>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "host/database.h"
 #include "host/dbclasses.h"
 #include "host/dxf/dxftext.h"
+
+using Tags = std::vector<std::pair<int, std::string>>;
+
+inline std::string readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline std::string sampleText() { return readFile(ZEFT_SOURCE_DIR "/examples/sample.dxf"); }
+inline std::unique_ptr<AcDbDatabase> sample() { return AcDbDatabase::readDxfBytes(sampleText(), "sample.dxf"); }
+
+inline std::string withCrlf(const std::string& lf)
+{
+    std::string out;
+    for (char c : lf) out += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    return out;
+}
+
+// The tags of a drawing's text, and where each starts when asked.
+inline Tags tagsOf(const dxf::DrawingText& d, std::vector<std::size_t>* offsets = nullptr)
+{
+    Tags out;
+    dxf::Tokenizer tok(d);
+    for (dxf::TagView t; tok.next(t);) {
+        out.emplace_back(t.code, std::string(t.value));
+        if (offsets) offsets->push_back(t.offset);
+    }
+    return out;
+}
+
+// The message of the exception of type E that `f` throws, or "" when it does not throw.
+template <class E = dxf::ParseError, class F>
+std::string errorOf(F&& f)
+{
+    try {
+        f();
+    } catch (const E& e) {
+        return e.what();
+    }
+    return "";
+}
 
 // DXF text of tags.
 inline std::string tagText(std::initializer_list<std::pair<int, std::string>> tags)
@@ -26,6 +72,46 @@ inline std::string drawingWith(const std::string& classes, const std::string& se
     text.insert(text.find("  0\nENDSEC\n", text.find("  2\n" + section + "\n")), records);
     const std::string head = "  2\nCLASSES\n";
     return text.insert(text.find(head) + head.size(), classes);
+}
+
+// A suite entity of a class no code registers (handle 9A0, in the model
+// space of `text`), with extended data when asked; its class record.
+inline std::string gridClass()
+{
+    return tagText({{0, "CLASS"}, {1, "ZEFTGRIDRECTE"}, {2, "ZEFTGridRectangularE"}, {3, "ZeftApp"}, {90, "1151"},
+                    {91, "1"}, {280, "0"}, {281, "1"}});
+}
+inline std::string gridEntity(const std::string& modelSpace, bool xdata)
+{
+    return tagText({{0, "ZEFTGRIDRECTE"}, {5, "9A0"}, {330, modelSpace}, {100, "AcDbEntity"}, {8, "0"},
+                    {100, "ZEFTGridBase"}, {100, "ZEFTGridRectangularE"}, {10, "1.5"}, {20, "2.5"}, {30, "0.0"}}) +
+           (xdata ? tagText({{1001, "ZeftApp"}, {1000, "grid"}}) : "");
+}
+
+// The record of `handle` in written text, up to the next record.
+inline std::string recordOf(const std::string& text, const std::string& handle)
+{
+    const std::size_t at = text.find("  5\n" + handle + "\n");
+    return at == std::string::npos ? "" : text.substr(at, text.find("  0\n", at) - at);
+}
+
+inline AcDbObjectId idAt(const AcDbDatabase& db, const char* handle)
+{
+    AcDbHandle h;
+    AcDbHandle::parse(handle, h);
+    return db.idOf(h);
+}
+
+// An object (a new dictionary unless given) added under `key` of the
+// named-objects dictionary, and closed.
+inline AcDbObjectId addNamedObject(AcDbDatabase& db, const wchar_t* key, AcDbObject* object = nullptr)
+{
+    if (!object) object = new AcDbDictionary;
+    AcDbObjectPointer<AcDbDictionary> nod(db.namedObjectsDictionaryId(), AcDb::kForWrite);
+    AcDbObjectId id;
+    EXPECT_EQ(nod->setAt(key, object, id), Acad::eOk);
+    object->close();
+    return id;
 }
 
 // A line appended to model space or the given block record.

@@ -1,15 +1,11 @@
 // Objects and ids, open modes, runtime classes, entities of a loaded drawing,
 // proxies, documents and deep cloning.
-#include "host/database.h"
-#include "host/dbclasses.h"
 #include "host/document.h"
 #include "host/filer.h"
 #include "tests/host/builders.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <map>
 
 namespace {
@@ -18,8 +14,6 @@ using namespace Acad;
 using AcDb::kForNotify;
 using AcDb::kForRead;
 using AcDb::kForWrite;
-
-std::unique_ptr<AcDbDatabase> sample() { return AcDbDatabase::readDxf(ZEFT_SOURCE_DIR "/examples/sample.dxf"); }
 
 template <class F>
 ErrorStatus statusThrown(F&& f) {
@@ -39,8 +33,7 @@ struct Counter : AcDbDatabaseReactor {
 
 TEST(ObjectIds, NullValidAndErased) {
     AcDbObjectId none;
-    EXPECT_TRUE(none.isNull() && !none.isValid() && !none.isErased() && none.handle().isNull());
-    EXPECT_EQ(none.database(), nullptr);
+    EXPECT_TRUE(none.isNull() && !none.isValid() && !none.isErased() && none.handle().isNull() && !none.database());
     AcDbObject* obj = nullptr;
     EXPECT_EQ(acdbOpenObject(obj, none, kForRead), eNullObjectId);
 
@@ -58,8 +51,7 @@ TEST(ObjectIds, NullValidAndErased) {
     EXPECT_EQ(counter.erased, 1);
     EXPECT_TRUE(a.isErased() && a.isValid());
     EXPECT_EQ(acdbOpenObject(obj, a, kForRead), eWasErased);
-    const std::string handleTag = "\n  5\n" + a.handle().str() + "\n";
-    EXPECT_EQ(db.dxfText().find(handleTag), std::string::npos);
+    EXPECT_EQ(recordOf(db.dxfText(), a.handle().str()), "");
     AcDbObjectPointer<AcDbBlockTableRecord> ms(db.modelSpaceId(), kForRead);
     EXPECT_EQ(ms->entityIds(), std::vector<AcDbObjectId>{b});
 
@@ -67,7 +59,7 @@ TEST(ObjectIds, NullValidAndErased) {
     EXPECT_EQ(obj->erase(false), eOk);
     obj->close();
     EXPECT_EQ(ms->entityIds(), (std::vector<AcDbObjectId>{a, b}));
-    EXPECT_NE(db.dxfText().find(handleTag), std::string::npos);
+    EXPECT_NE(recordOf(db.dxfText(), a.handle().str()), "");
 
     // A write open reports a change once, and only when something changed.
     const int modified = counter.modified, dbmod = db.dbmod();
@@ -111,6 +103,7 @@ TEST(OpenModes, ReadersWriterNotifyAndClosedObjects) {
     // Opening as the wrong class leaves the object closed.
     AcDbLayerTableRecord* layer = nullptr;
     EXPECT_EQ(acdbOpenObject(layer, id, kForWrite), eNotThatKindOfClass);
+    EXPECT_EQ(AcDbObjectPointer<AcDbLayerTableRecord>(id, kForRead).openStatus(), eNotThatKindOfClass);
     ASSERT_EQ(acdbOpenObject(other, id, kForWrite), eOk);
     other->close();
 }
@@ -125,11 +118,7 @@ TEST(ObjectPointer, ClosesAtScopeExitAndDeletesObjectsNeverAdded) {
     bool firstGone = false, secondGone = false;
     AcDbDatabase db;
     const AcDbObjectId id = addLine(db);
-    for (int pass = 0; pass < 2; ++pass) {
-        AcDbObjectPointer<AcDbLine> p(id, kForWrite);
-        EXPECT_EQ(p.openStatus(), eOk);  // the first pointer closed it
-    }
-    EXPECT_EQ(AcDbObjectPointer<AcDbLayerTableRecord>(id, kForRead).openStatus(), eNotThatKindOfClass);
+    for (int pass = 0; pass < 2; ++pass) EXPECT_EQ(AcDbObjectPointer<AcDbLine>(id, kForWrite).openStatus(), eOk);
     { AcDbObjectPointer<AcDbLine> p(new Probe(&firstGone)); }
     EXPECT_TRUE(firstGone);
     AcDbObjectId added;
@@ -145,10 +134,7 @@ TEST(ObjectPointer, ClosesAtScopeExitAndDeletesObjectsNeverAdded) {
 TEST(RuntimeClasses, RegistrationTreeAndRemoval) {
     AcRxClass* base = newAcRxClass(L"ZtTestBase", L"AcDbObject", 27, 3, 1, nullptr, L"ztTestBase", L"ZeftApp");
     ASSERT_NE(base, nullptr);
-    EXPECT_STREQ(base->name(), L"ZtTestBase");
     EXPECT_STREQ(base->dxfName(), L"ZTTESTBASE");
-    EXPECT_STREQ(base->appName(), L"ZeftApp");
-    EXPECT_EQ(base->dwgVersion() * 100 + base->maintVersion() * 10 + base->proxyFlags(), 2731);
     EXPECT_EQ(base->myParent(), AcDbObject::desc());
     EXPECT_FALSE(base->isProxyClass());
     AcRxClass* leaf = newAcRxClass(L"ZtTestLeaf", L"ZtTestBase", 27, 3, 0, nullptr, L"ZTTESTLEAF", L"ZeftApp");
@@ -200,7 +186,8 @@ public:
 };
 ACRX_DXF_DEFINE_MEMBERS(ZtCounter, AcDbObject, AcDb::kDHL_CURRENT, AcDb::kMReleaseCurrent, 0, ZTCOUNTER, ZeftApp)
 
-TEST(ModuleClasses, ReplaceProxiesFileThemselvesAndBecomeProxiesWhenUnloaded) {
+// Unloading such a class is checked with the real module (module_load_tests).
+TEST(ModuleClasses, ReplaceProxiesAndFileThemselves) {
     const std::string refused = tagText({{0, "ZTCOUNTER"}, {5, "9C1"}, {330, "0"}, {100, "ZtCounter"}, {91, "7"}});
     const std::string text = drawingWith(
         tagText({{0, "CLASS"}, {1, "ZTCOUNTER"}, {2, "ZtCounter"}, {3, "ZeftApp"}, {90, "0"}, {91, "2"},
@@ -209,7 +196,7 @@ TEST(ModuleClasses, ReplaceProxiesFileThemselvesAndBecomeProxiesWhenUnloaded) {
 
     // Before the module registers its class, its objects are proxies.
     auto before = AcDbDatabase::readDxfBytes(text, "before.dxf");
-    AcDbObject* proxy = before->idOf(AcDbHandle(0x9C0)).object();
+    AcDbObject* proxy = idAt(*before, "9C0").object();
     ASSERT_NE(proxy, nullptr);
     EXPECT_TRUE(proxy->isAProxy() && std::wstring(proxy->isA()->name()) == L"ZtCounter");
     ZtCounter::rxInit();
@@ -218,12 +205,10 @@ TEST(ModuleClasses, ReplaceProxiesFileThemselvesAndBecomeProxiesWhenUnloaded) {
     EXPECT_EQ(AcDbObjectPointer<ZtCounter>(proxy->objectId(), kForRead).openStatus(), eNotThatKindOfClass);
 
     auto db = AcDbDatabase::readDxfBytes(text, "after.dxf");
-    const AcDbObjectId id = db->idOf(AcDbHandle(0x9C0));
     {
-        AcDbObjectPointer<ZtCounter> counter(id, kForWrite);
+        AcDbObjectPointer<ZtCounter> counter(idAt(*db, "9C0"), kForWrite);
         ASSERT_EQ(counter.openStatus(), eOk);
         EXPECT_TRUE(!counter->isAProxy() && counter->value == 41);
-        counter->assertWriteEnabled();
         counter->value = 42;
     }
     // A record the class refuses is kept as read, with a warning.
@@ -234,13 +219,7 @@ TEST(ModuleClasses, ReplaceProxiesFileThemselvesAndBecomeProxiesWhenUnloaded) {
     const std::string out = db->dxfText();
     EXPECT_NE(out.find("100\nZtCounter\n 90\n42\n"), std::string::npos);
     EXPECT_NE(out.find(refused), std::string::npos);
-
-    // Unloading the module turns its objects into proxies that keep their data.
     deleteAcRxClass(ZtCounter::desc());
-    ASSERT_NE(id.object(), nullptr);
-    EXPECT_TRUE(id.object()->isAProxy());
-    EXPECT_EQ(ZtCounter::cast(id.object()), nullptr);
-    EXPECT_EQ(db->dxfText(), out);
 }
 
 TEST(Entities, ClassesOfALoadedDrawing) {
@@ -269,7 +248,7 @@ TEST(Entities, ClassesOfALoadedDrawing) {
     EXPECT_GT(seen[L"LINE"] * seen[L"INSERT"] * seen[L"ARC"] * seen[L"LWPOLYLINE"], 0);
     EXPECT_EQ(seen[L"VIEWPORT"], 2);
 
-    AcDbObjectPointer<AcDbBlockReference> door(db->idOf(AcDbHandle(0xC0)), kForRead);
+    AcDbObjectPointer<AcDbBlockReference> door(idAt(*db, "C0"), kForRead);
     ASSERT_EQ(door.openStatus(), eOk);
     EXPECT_EQ(AcDbObjectPointer<AcDbBlockTableRecord>(door->blockTableRecord(), kForRead)->getName(), L"DOOR");
     ASSERT_EQ(door->subEntities().size(), 3u);  // two ATTRIBs and the SEQEND
@@ -288,10 +267,9 @@ TEST(Entities, LayerByNameAndIdAndOfSubEntities) {
         ASSERT_EQ(layers->getAt(L"WALLS", walls), eOk);
         ASSERT_EQ(layers->getAt(L"doors", doors), eOk);
     }
-    const AcDbObjectId doorId = db->idOf(AcDbHandle(0xC0));
     auto layerOf = [](AcDbObjectId id) -> std::wstring { return AcDbEntityPointer(id, kForRead)->layer(); };
     {
-        AcDbEntityPointer door(doorId, kForWrite);
+        AcDbEntityPointer door(idAt(*db, "C0"), kForWrite);
         ASSERT_EQ(door.openStatus(), eOk);
         EXPECT_EQ(door->layerId(), doors);
         EXPECT_EQ(door->setLayer(L"No such layer"), eKeyNotFound);
@@ -303,15 +281,15 @@ TEST(Entities, LayerByNameAndIdAndOfSubEntities) {
         for (AcDbObjectId sub : door->subEntities()) EXPECT_EQ(layerOf(sub), L"WALLS");
     }
     auto back = AcDbDatabase::readDxfBytes(db->dxfText(), "back.dxf");
-    EXPECT_EQ(layerOf(back->idOf(AcDbHandle(0xC0))), L"WALLS");
-    EXPECT_EQ(layerOf(back->idOf(AcDbHandle(0xC3))), L"WALLS");
+    EXPECT_EQ(layerOf(idAt(*back, "C0")), L"WALLS");
+    EXPECT_EQ(layerOf(idAt(*back, "C3")), L"WALLS");
 
     // A layer just added, still open for write, can be given to entities.
     AcDbObjectPointer<AcDbLayerTable> table(db->layerTableId(), kForWrite);
     AcDbObjectPointer<AcDbLayerTableRecord> fresh(db->newLayerRecord());
     ASSERT_EQ(fresh->setName(L"Fresh"), eOk);
     ASSERT_EQ(table->add(fresh.object()), eOk);
-    AcDbEntityPointer door(doorId, kForWrite);
+    AcDbEntityPointer door(idAt(*db, "C0"), kForWrite);
     EXPECT_EQ(door->setLayer(fresh->objectId()), eOk);
     EXPECT_EQ(door->layer(), L"Fresh");
 }
@@ -320,16 +298,12 @@ TEST(Entities, LayerByNameAndIdAndOfSubEntities) {
 // the layering moves through layer "0"); the drawing is written exactly as
 // when the record had become owned tags, with LF or CR LF line ends.
 TEST(Entities, MovedEntityStaysAViewOfTheFile) {
-    std::ifstream in(ZEFT_SOURCE_DIR "/examples/sample.dxf", std::ios::binary);
-    const std::string lf((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::string crlf;
-    for (char c : lf) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-    for (const std::string* text : {&lf, static_cast<const std::string*>(&crlf)}) {
-        auto viewed = AcDbDatabase::readDxfBytes(*text, "a.dxf"), owned = AcDbDatabase::readDxfBytes(*text, "b.dxf");
+    for (const std::string& text : {sampleText(), withCrlf(sampleText())}) {
+        auto viewed = AcDbDatabase::readDxfBytes(text, "a.dxf"), owned = AcDbDatabase::readDxfBytes(text, "b.dxf");
         for (AcDbDatabase* db : {viewed.get(), owned.get()}) {
             AcDbObjectId walls;
             AcDbObjectPointer<AcDbLayerTable>(db->layerTableId(), kForRead)->getAt(L"WALLS", walls);
-            AcDbEntityPointer door(db->idOf(AcDbHandle(0xC0)), kForWrite);
+            AcDbEntityPointer door(idAt(*db, "C0"), kForWrite);
             ASSERT_EQ(door.openStatus(), eOk);
             if (db == owned.get()) door->record().mutableTags();
             ASSERT_EQ(door->setLayer(db->layerZero()), eOk);
@@ -337,21 +311,15 @@ TEST(Entities, MovedEntityStaysAViewOfTheFile) {
             EXPECT_EQ(door->layer(), L"WALLS");
             EXPECT_EQ(door->record().raw().empty(), db == owned.get());
         }
-        EXPECT_EQ(viewed->dxfText(), owned->dxfText()) << (text == &crlf ? "CR LF" : "LF");
+        EXPECT_EQ(viewed->dxfText(), owned->dxfText()) << (text.find('\r') == std::string::npos ? "LF" : "CR LF");
     }
 }
 
 TEST(Proxies, ClassFromTheDrawingAndTagsKept) {
-    AcDbDatabase blank;
-    const std::string entity = tagText({{0, "ZEFTGRIDRECTE"}, {5, "9A0"}, {330, blank.modelSpaceId().handle().str()},
-                                        {100, "AcDbEntity"}, {8, "0"}, {100, "ZEFTGridBase"},
-                                        {100, "ZEFTGridRectangularE"}, {10, "1.5"}, {20, "2.5"}, {30, "0.0"},
-                                        {1001, "ZeftApp"}, {1000, "grid"}});
-    const std::string cls = tagText({{0, "CLASS"}, {1, "ZEFTGRIDRECTE"}, {2, "ZEFTGridRectangularE"},
-                                     {3, "ZeftApp"}, {90, "1151"}, {91, "1"}, {280, "0"}, {281, "1"}});
-    auto db = AcDbDatabase::readDxfBytes(drawingWith(cls, "ENTITIES", entity), "grid.dxf");
+    const std::string entity = gridEntity(AcDbDatabase().modelSpaceId().handle().str(), true);
+    auto db = AcDbDatabase::readDxfBytes(drawingWith(gridClass(), "ENTITIES", entity), "grid.dxf");
     {
-        AcDbEntityPointer ent(db->idOf(AcDbHandle(0x9A0)), kForRead);
+        AcDbEntityPointer ent(idAt(*db, "9A0"), kForRead);
         ASSERT_EQ(ent.openStatus(), eOk);
         const AcRxClass* c = ent->isA();
         EXPECT_TRUE(ent->isAProxy() && c->isProxyClass());
@@ -367,7 +335,7 @@ TEST(Proxies, ClassFromTheDrawingAndTagsKept) {
     }
     const std::string out = db->dxfText();
     EXPECT_NE(out.find(entity), std::string::npos);
-    EXPECT_NE(out.find(cls), std::string::npos);
+    EXPECT_NE(out.find(gridClass()), std::string::npos);
 }
 
 TEST(Documents, CurrentDocumentDbmodAndViewportVariables) {
@@ -377,12 +345,8 @@ TEST(Documents, CurrentDocumentDbmodAndViewportVariables) {
     fresh->setTilemode(0);
     AcDbDatabase* db = fresh.get();
     AcApDocument* doc = acDocManager->open(std::move(fresh));
-    EXPECT_EQ(acDocManager->curDocument(), doc);
-    EXPECT_EQ(acdbWorkingDatabase(), db);
-    EXPECT_EQ(var(L"TILEMODE"), 0);
-    EXPECT_EQ(var(L"cvport"), 1);
-    EXPECT_EQ(var(L"DBMOD"), 0);
-    EXPECT_EQ(var(L"NOSUCHVAR"), -99);
+    EXPECT_TRUE(acDocManager->curDocument() == doc && acdbWorkingDatabase() == db);
+    EXPECT_TRUE(var(L"TILEMODE") == 0 && var(L"cvport") == 1 && var(L"DBMOD") == 0 && var(L"NOSUCHVAR") == -99);
     doc->pushDbmod();
     addLine(*db);
     EXPECT_GT(db->dbmod(), 0);
@@ -391,8 +355,7 @@ TEST(Documents, CurrentDocumentDbmodAndViewportVariables) {
 
     AcApDocument* drawing = acDocManager->open(sample());
     EXPECT_EQ(acDocManager->curDocument(), drawing);
-    EXPECT_EQ(var(L"TILEMODE"), 1);
-    EXPECT_EQ(var(L"CVPORT"), 2);
+    EXPECT_TRUE(var(L"TILEMODE") == 1 && var(L"CVPORT") == 2);
     ASSERT_TRUE(acedSetVar(L"TILEMODE", ResBuf::int16(5003, 0)));
     EXPECT_EQ(var(L"CVPORT"), 1);
     EXPECT_EQ(drawing->database()->tilemode(), 0);
@@ -428,8 +391,7 @@ TEST(DeepClone, CopiesIntoModelSpaceWithNewHandles) {
         AcDbObjectPointer<AcDbLine> src(pair.key, kForRead), copy(pair.value, kForWrite);
         ASSERT_EQ(copy.openStatus(), eOk);
         EXPECT_NE(pair.value.handle(), pair.key.handle());
-        EXPECT_EQ(copy->ownerId(), db.modelSpaceId());
-        EXPECT_FALSE(copy->isInPaperSpace());
+        EXPECT_TRUE(copy->ownerId() == db.modelSpaceId() && !copy->isInPaperSpace());
         EXPECT_EQ(copy->startPoint(), src->startPoint());
         EXPECT_EQ(copy->xData(), src->xData());
         EXPECT_TRUE(copy->getPersistentReactors().isEmpty());
@@ -444,8 +406,6 @@ TEST(DeepClone, CopiesIntoModelSpaceWithNewHandles) {
     EXPECT_EQ(db.deepCloneObjects(ids, other.modelSpaceId(), map), eInvalidOwnerObject);
 }
 
-}  // namespace
-
 // Structure that would be written twice, with every handle in it twice, is
 // refused with the line of the second copy.
 TEST(Drawings, StructureReadTwiceIsRefusedNamingTheLine) {
@@ -453,22 +413,17 @@ TEST(Drawings, StructureReadTwiceIsRefusedNamingTheLine) {
     auto copyBefore = [&](const std::string& head, const std::string& end) {
         std::string text = plain;
         const std::size_t at = text.find(head);
-        text.insert(at, text.substr(at, text.find(end, at) + end.size() - at));
-        return text;
+        return text.insert(at, text.substr(at, text.find(end, at) + end.size() - at));
     };
-    const struct {
-        std::string text, message;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {copyBefore("  0\nSECTION\n  2\nENTITIES\n", "  0\nENDSEC\n"), "section ENTITIES appears a second time"},
         {copyBefore("  0\nBLOCK\n", "  0\nENDBLK\n"), "block '*Model_Space' appears a second time (first at line "},
     };
-    for (const auto& c : cases) {
-        try {
-            AcDbDatabase::readDxfBytes(c.text, "twice.dxf");
-            ADD_FAILURE() << "read: " << c.message;
-        } catch (const dxf::ParseError& e) {
-            EXPECT_EQ(std::string(e.what()).rfind("twice.dxf: line ", 0), 0u) << e.what();
-            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
-        }
+    for (const auto& [text, message] : cases) {
+        const std::string e = errorOf([&] { AcDbDatabase::readDxfBytes(text, "twice.dxf"); });
+        EXPECT_EQ(e.rfind("twice.dxf: line ", 0), 0u) << e;
+        EXPECT_NE(e.find(message), std::string::npos) << e;
     }
 }
+
+}  // namespace

@@ -3,23 +3,15 @@
 // through a viewport, locked layers and DBMOD.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
+#include <algorithm>
 
-#include <unistd.h>
-
-#include "host/database.h"
-#include "host/dbclasses.h"
 #include "host/dbsymtb.h"
-#include "host/document.h"
-#include "host/dxf/codec.h"
 #include "host/hostcommands.h"
 #include "moduletestenv.h"
 #include "suite/zeftprojecteditor.h"
 #include "suite/zefttools.h"
 #include "zeftlayermanager/zeftlayermanagercommands.h"
 #include "zeftlayermanager/zeftlayermanagereditorreactor.h"
-#include "zeftlayermanager/zeftlayermanagerutil.h"
 
 namespace {
 
@@ -27,11 +19,6 @@ using Util = ZEFTLayerManagerUtil;
 using Editor = ZEFTProjectEditor;
 using Layers = std::vector<std::wstring>;
 
-const char* kStandard =
-    "[Layer_Standard]\nName=Reactor\n"
-    "[Model_Rules]\nName_1=Building\nField_1==BUILDING()\nName_2=Level\nField_2==LEVEL/VIEW()\n"
-    "[Draft_Rules]\nName_1=Kind\nField_1=Draft\n"
-    "[Separator]\nValue=-\n";
 const std::wstring kTarget = L"Bâtiment A-Niveau 1";
 
 class Reactor : public moduletest::ModuleTest {
@@ -44,13 +31,8 @@ protected:
         gpLayerManagerEditorReactor = &reactor;
         doc = acDocManager->open(AcDbDatabase::readDxf(ZEFT_SOURCE_DIR "/examples/sample.dxf"));
         db = doc->database();
-        // One file per process: ctest runs the tests of this suite side by side.
-        const auto path =
-            std::filesystem::path(testing::TempDir()) / ("reactor-" + std::to_string(getpid()) + ".std");
-        std::ofstream(path) << kStandard;
-        const bool installed = Util::installStandardFromPath(db, path.wstring(), L"reactor.std");
-        std::filesystem::remove(path);
-        ASSERT_TRUE(installed);
+        // Building, then level or view; "Draft" in drafts.
+        ASSERT_TRUE(moduletest::installStandardText(db, moduletest::dataFile("module-reactor.std"), L"reactor.std"));
         ASSERT_EQ(Editor::setBuildingName(db, L"Bâtiment A"), Acad::eOk);
         ASSERT_EQ(Editor::setWorkingMode(db, 0), Acad::eOk);
         ASSERT_EQ(Editor::addEntry(db, ZEFTProjectKind::kLevel, L"Niveau 1", L"", L"", &level), Acad::eOk);

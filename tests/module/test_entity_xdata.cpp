@@ -2,69 +2,24 @@
 // partial groups, the 16-bit views, other applications' data, open states.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "host/database.h"
-#include "host/dbclasses.h"
-#include "host/dbsymtb.h"
 #include "moduletestenv.h"
-#include "zeftlayermanager/zeftlayermanagerutil.h"
-#include "zeftlayermanager/zeftlayerrule.h"
-#include "zeftlayermanager/zeftlayerstandard.h"
-#include "zeftlayermanager/zeftruleenum.h"
-#include "zeftlayermanager/zeftruleexception.h"
-#include "zeftlayermanager/zeftrulefunction.h"
 
 namespace {
 
 using Acad::eOk;
 using Util = ZEFTLayerManagerUtil;
 using moduletest::Fields;
-using Codes = std::vector<short>;
 
 const wchar_t* const kApp = L"BELTRIX_LAYER_MANAGER";
 
-class EntityXData : public moduletest::ModuleTest {
-protected:
-    void SetUp() override
-    {
-        ModuleTest::SetUp();
-        AcDbObjectPointer<AcDbBlockTableRecord> ms(db.modelSpaceId(), AcDb::kForWrite);
-        auto* line = new AcDbLine({0, 0, 0}, {1, 1, 0});
-        ASSERT_EQ(ms->appendAcDbEntity(id, line), eOk);
-        line->close();
-    }
-
-    // Sets extended data as another module (or an older writer) would.
-    void setXData(const ResBufList& items)
-    {
-        AcDbObjectPointer<AcDbObject> obj(id, AcDb::kForWrite);
-        ASSERT_EQ(obj->setXData(items), eOk);
-    }
-
-    ResBufList xdata(const wchar_t* app = kApp) const
-    {
-        AcDbObjectPointer<AcDbObject> obj(id, AcDb::kForRead);
-        return obj->xData(app);
-    }
-
-    static Codes codesOf(const ResBufList& items)
-    {
-        Codes codes;
-        for (const auto& item : items) codes.push_back(item.restype);
-        return codes;
-    }
-
-    AcDbDatabase db;
-    AcDbObjectId id;
-};
-
 // A group with the head of ours and the given rest.
-ResBufList group(std::int32_t type, std::int32_t count, const ResBufList& rest = {})
+ResBufList group(std::int32_t type, const ResBufList& rest = {})
 {
-    ResBufList items{ResBuf::text(1001, kApp), ResBuf::int16(1070, 1), ResBuf::int32(1071, type),
-                     ResBuf::int32(1071, count)};
+    ResBufList items{ResBuf::text(1001, kApp), ResBuf::int16(1070, 1), ResBuf::int32(1071, type)};
     items.insert(items.end(), rest.begin(), rest.end());
     return items;
 }
@@ -80,7 +35,7 @@ std::vector<std::string> describe(const ResBufList& items)
             s += std::to_string(r.point.x) + "," + std::to_string(r.point.y) + "," + std::to_string(r.point.z);
         else if (r.restype == 1040) s += std::to_string(r.real);
         else if (r.restype >= 1060) s += std::to_string(r.integer);
-        else s += std::string(r.str.begin(), r.str.end());
+        else s += dxf::toUtf8(r.str);
         out.push_back(s);
     }
     return out;
@@ -91,131 +46,98 @@ const ResBufList kSurvey{ResBuf::text(1001, L"SURVEY"),   ResBuf::text(1000, L"P
                          ResBuf::real64(1040, 2.5),       ResBuf::pt(1010, {1, 2, 3}),
                          ResBuf::int32(1071, 70000),      ResBuf::text(1002, L"}")};
 
-TEST_F(EntityXData, TypeAloneMakesAPartialGroupAndNoFieldsAFullOne)
+class EntityXData : public moduletest::ModuleTest {
+protected:
+    void SetUp() override
+    {
+        ModuleTest::SetUp();
+        id = moduletest::addLine(&db);
+    }
+    // Sets extended data as another module (or an older writer) would.
+    bool setXData(const ResBufList& items)
+    {
+        AcDbObjectPointer<AcDbObject> obj(id, AcDb::kForWrite);
+        return obj->setXData(items) == eOk;
+    }
+    ResBufList xdata(const wchar_t* app = kApp) const
+    {
+        AcDbObjectPointer<AcDbObject> obj(id, AcDb::kForRead);
+        return obj->xData(app);
+    }
+    // What every reader makes of the entity; the rule reader appends to the
+    // caller's fields.
+    std::wstring readings() const
+    {
+        Fields fields{{L"", L"mine", false}};
+        int type = -1, typeAlone = -1;
+        const bool rule = Util::readXDataLayerRule(id, fields, type);
+        const bool typed = Util::readXDataEntityType(id, typeAlone);
+        return std::wstring(Util::hasXDataLayerRule(id) ? L"ours" : L"none") +
+               (Util::hasFullXDataLayerRule(id) ? L" full" : L"") + (rule ? L" | rule" : L" | no rule") +
+               moduletest::describe(fields) + L" type " + std::to_wstring(type) + L" | type " +
+               (typed ? std::to_wstring(typeAlone) : L"none");
+    }
+
+    AcDbDatabase db;
+    AcDbObjectId id;
+};
+
+TEST_F(EntityXData, WritersLayOutTheGroupAndReadersTakeTheirSixteenBitViews)
 {
-    ASSERT_TRUE(Util::writeXDataEntityType(id, 7));
-    const ResBufList g = xdata();
-    EXPECT_EQ(codesOf(g), (Codes{1001, 1070, 1071}));
-    EXPECT_EQ(g[1].integer, 1);
-
-    EXPECT_TRUE(Util::hasXDataLayerRule(id));
-    EXPECT_FALSE(Util::hasFullXDataLayerRule(id));
-    int type = -1;
-    EXPECT_TRUE(Util::readXDataEntityType(id, type));
-    EXPECT_EQ(type, 7);
-    Fields fields;
-    type = -1;
-    EXPECT_FALSE(Util::readXDataLayerRule(id, fields, type));
-    EXPECT_EQ(type, -1);
-
-    // With a count of 0 behind the type, the rule is full and empty.
-    ASSERT_TRUE(Util::writeXDataLayerRule(id, {}, 3));
-    EXPECT_EQ(codesOf(xdata()), (Codes{1001, 1070, 1071, 1071}));
-    EXPECT_TRUE(Util::hasFullXDataLayerRule(id));
-    EXPECT_TRUE(Util::readXDataLayerRule(id, fields, type));
-    EXPECT_TRUE(fields.empty());
-    EXPECT_EQ(type, 3);
-}
-
-TEST_F(EntityXData, FieldsRoundTripWithoutTheirNames)
-{
-    const Fields written{{L"Building Name", L"=BUILDING()", true}, {L"Sep", L"", false}, {L"", L"Béton armé", false}};
-    ASSERT_TRUE(Util::writeXDataLayerRule(id, written, 1));
-    const ResBufList g = xdata();
-    EXPECT_EQ(codesOf(g), (Codes{1001, 1070, 1071, 1071, 1000, 1070, 1000, 1070, 1000, 1070}));
-    EXPECT_EQ(g[3].integer, 3);
-
-    Fields fields;
-    int type = -1;
-    ASSERT_TRUE(Util::readXDataLayerRule(id, fields, type));
-    EXPECT_EQ(type, 1);
-    EXPECT_EQ(fields, (Fields{{L"", L"=BUILDING()", true}, {L"", L"", false}, {L"", L"Béton armé", false}}));
-
-    // A second rule replaces the first: one group of ours, the new fields.
-    ASSERT_TRUE(Util::writeXDataLayerRule(id, {{L"x", L"Only", false}}, 0));
-    fields.clear();
-    ASSERT_TRUE(Util::readXDataLayerRule(id, fields, type));
-    EXPECT_EQ(fields, (Fields{{L"", L"Only", false}}));
-    EXPECT_EQ(type, 0);
+    ASSERT_TRUE(setXData(kSurvey));
+    struct Step {
+        const char* what;
+        std::function<bool()> change;
+        bool changed;
+        ResBufList group;  // ours afterwards
+        std::wstring readings;
+    };
+    const Fields named{{L"Building Name", L"=BUILDING()", true}, {L"Sep", L"", false}, {L"", L"B\u00E9ton", false}};
+    auto i16 = [](int v) { return ResBuf::int16(1070, std::int16_t(v)); };
+    auto i32 = [](int v) { return ResBuf::int32(1071, v); };
+    auto text = [](const wchar_t* v) { return ResBuf::text(1000, v); };
+    const Step steps[] = {
+        {"the type alone makes a partial group", [&] { return Util::writeXDataEntityType(id, 7); }, true, group(7),
+         L"ours | no rule [|mine] type -1 | type 7"},
+        {"no fields make a full, empty rule", [&] { return Util::writeXDataLayerRule(id, {}, 3); }, true,
+         group(3, {i32(0)}), L"ours full | rule [|mine] type 3 | type 3"},
+        {"fields go without their names", [&] { return Util::writeXDataLayerRule(id, named, 1); }, true,
+         group(1, {i32(3), text(L"=BUILDING()"), i16(1), text(L""), i16(0), text(L"B\u00E9ton"), i16(0)}),
+         L"ours full | rule [|mine] [|=BUILDING()|f] [|] [|B\u00E9ton] type 1 | type 1"},
+        {"a second rule replaces the first", [&] { return Util::writeXDataLayerRule(id, {{L"x", L"Only", false}}, 0x12345); },
+         true, group(0x12345, {i32(1), text(L"Only"), i16(0)}), L"ours full | rule [|mine] [|Only] type 9029 | type 9029"},
+        {"a type replaces only the low 16 bits", [&] { return Util::writeXDataEntityType(id, 5); }, true,
+         group(0x10005, {i32(1), text(L"Only"), i16(0)}), L"ours full | rule [|mine] [|Only] type 5 | type 5"},
+        {"65537 fields announced, one present: a count of 1", [&] { return setXData(group(-2, {i32(0x10001), text(L"A"), i16(2)})); },
+         true, group(-2, {i32(0x10001), text(L"A"), i16(2)}), L"ours full | rule [|mine] [|A|f] type -2 | type -2"},
+        {"type 0x18000 is -32768", [&] { return setXData(group(0x18000, {i32(0)})); }, true, group(0x18000, {i32(0)}),
+         L"ours full | rule [|mine] type -32768 | type -32768"},
+        {"a field short: what was read stays", [&] { return setXData(group(4, {i32(3), text(L"First"), i16(0), i16(1)})); },
+         true, group(4, {i32(3), text(L"First"), i16(0), i16(1)}), L"ours full | no rule [|mine] [|First] type -1 | type 4"},
+        {"a count of the wrong width is no count", [&] { return setXData(group(4, {i16(0)})); }, true, group(4, {i16(0)}),
+         L"ours full | no rule [|mine] type -1 | type 4"},
+        {"a type of the wrong width", [&] { return setXData({ResBuf::text(1001, kApp), i16(1), i16(4), i32(0)}); }, true,
+         {ResBuf::text(1001, kApp), i16(1), i16(4), i32(0)}, L"ours | no rule [|mine] type -1 | type none"},
+        {"is not repaired by a type write", [&] { return Util::writeXDataEntityType(id, 9); }, false,
+         {ResBuf::text(1001, kApp), i16(1), i16(4), i32(0)}, L"ours | no rule [|mine] type -1 | type none"},
+    };
+    for (const Step& s : steps) {
+        SCOPED_TRACE(s.what);
+        EXPECT_EQ(s.change(), s.changed);
+        EXPECT_EQ(describe(xdata()), describe(s.group));
+        EXPECT_EQ(readings(), s.readings);
+        EXPECT_EQ(describe(xdata(L"SURVEY")), describe(kSurvey)) << "another application's data";
+    }
     int groups = 0;
     for (const auto& item : xdata(nullptr)) groups += item.restype == 1001;
-    EXPECT_EQ(groups, 1);
+    EXPECT_EQ(groups, 2);
 }
 
-TEST_F(EntityXData, TypeWriteKeepsTheRuleAndTheHighBits)
+TEST_F(EntityXData, OtherApplicationsAndTheRuleSurviveTheFile)
 {
-    ASSERT_TRUE(Util::writeXDataLayerRule(id, {{L"n", L"=LEVEL()", true}, {L"n", L"B", false}}, 0x12345));
-    ASSERT_TRUE(Util::writeXDataEntityType(id, 5));
-    const ResBufList g = xdata();
-    EXPECT_EQ(codesOf(g), (Codes{1001, 1070, 1071, 1071, 1000, 1070, 1000, 1070}));
-    // Only the low 16 bits of the stored code are replaced.
-    EXPECT_EQ(g[2].rlong(), 0x10005);
-    int type = -1;
-    ASSERT_TRUE(Util::readXDataEntityType(id, type));
-    EXPECT_EQ(type, 5);
-    Fields fields;
-    ASSERT_TRUE(Util::readXDataLayerRule(id, fields, type));
-    EXPECT_EQ(type, 5);
-    EXPECT_EQ(fields, (Fields{{L"", L"=LEVEL()", true}, {L"", L"B", false}}));
-}
-
-TEST_F(EntityXData, TypeAndCountAreReadAsSixteenBitValues)
-{
-    // 65537 fields announced, one present: read as a count of 1.
-    setXData(group(-2, 0x10001, {ResBuf::text(1000, L"A"), ResBuf::int16(1070, 2)}));
-    Fields fields;
-    int type = 0;
-    ASSERT_TRUE(Util::readXDataLayerRule(id, fields, type));
-    EXPECT_EQ(type, -2);
-    EXPECT_EQ(fields, (Fields{{L"", L"A", true}}));
-    ASSERT_TRUE(Util::readXDataEntityType(id, type));
-    EXPECT_EQ(type, -2);
-
-    setXData(group(0x18000, 0));
-    ASSERT_TRUE(Util::readXDataEntityType(id, type));
-    EXPECT_EQ(type, -32768);
-}
-
-TEST_F(EntityXData, ReadFailureKeepsWhatWasRead)
-{
-    setXData(group(4, 3, {ResBuf::text(1000, L"First"), ResBuf::int16(1070, 0), ResBuf::int16(1070, 1)}));
-    Fields fields{{L"caller", L"own", false}};
-    int type = -1;
-    EXPECT_TRUE(Util::hasFullXDataLayerRule(id));
-    EXPECT_FALSE(Util::readXDataLayerRule(id, fields, type));
-    EXPECT_EQ(fields, (Fields{{L"caller", L"own", false}, {L"", L"First", false}}));
-    EXPECT_EQ(type, -1);
-
-    // A count of the wrong width is no count.
-    setXData({ResBuf::text(1001, kApp), ResBuf::int16(1070, 1), ResBuf::int32(1071, 4), ResBuf::int16(1070, 0)});
-    EXPECT_TRUE(Util::hasFullXDataLayerRule(id));
-    EXPECT_FALSE(Util::readXDataLayerRule(id, fields, type));
-    EXPECT_TRUE(Util::readXDataEntityType(id, type));
-    EXPECT_EQ(type, 4);
-
-    // A type of the wrong width: nothing of ours reads, and the type is not
-    // written into it.
-    setXData({ResBuf::text(1001, kApp), ResBuf::int16(1070, 1), ResBuf::int16(1070, 4), ResBuf::int32(1071, 0)});
-    EXPECT_TRUE(Util::hasXDataLayerRule(id));
-    EXPECT_FALSE(Util::hasFullXDataLayerRule(id));
-    EXPECT_FALSE(Util::readXDataEntityType(id, type));
-    EXPECT_FALSE(Util::writeXDataEntityType(id, 9));
-    EXPECT_EQ(xdata()[2].integer, 4);
-}
-
-TEST_F(EntityXData, OtherApplicationsSurviveBothWritersAndTheFile)
-{
-    setXData(kSurvey);
-    ASSERT_TRUE(Util::writeXDataEntityType(id, 2));
-    EXPECT_EQ(describe(xdata(L"SURVEY")), describe(kSurvey));
-    ASSERT_TRUE(Util::writeXDataLayerRule(id, {{L"n", L"=VIEW()", true}}, 1));
-    EXPECT_EQ(describe(xdata(L"SURVEY")), describe(kSurvey));
-    ASSERT_TRUE(Util::writeXDataEntityType(id, 3));
-    EXPECT_EQ(describe(xdata(L"SURVEY")), describe(kSurvey));
-    EXPECT_EQ(codesOf(xdata(nullptr)).size(), kSurvey.size() + 6);
-
-    const std::string text = db.dxfText();
-    const auto back = AcDbDatabase::readDxfBytes(text, "xdata.dxf");
+    ASSERT_TRUE(setXData(kSurvey));
+    ASSERT_TRUE(Util::writeXDataLayerRule(id, {{L"n", L"=VIEW()", true}}, 3));
+    const auto back = AcDbDatabase::readDxfBytes(db.dxfText(), "xdata.dxf");
     const AcDbObjectId same = back->idOf(id.handle());
     {
         AcDbObjectPointer<AcDbObject> obj(same, AcDb::kForRead);

@@ -2,12 +2,9 @@
 // the reading rules that drop data on purpose, and copying into a drawing.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "host/database.h"
@@ -16,52 +13,35 @@
 #include "suite/wybase.h"
 #include "suite/wyprofile.h"
 #include "zeftlayermanager/zeftfilerw.h"
-#include "zeftlayermanager/zeftlayerrule.h"
-#include "zeftlayermanager/zeftruleenum.h"
-#include "zeftlayermanager/zeftruleevaluator.h"
-#include "zeftlayermanager/zeftruleexception.h"
-#include "zeftlayermanager/zeftrulefunction.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+using moduletest::describe;
 using moduletest::enumeration;
 using moduletest::Fields;
 using moduletest::function;
-using moduletest::Pairs;
-using moduletest::pairsOf;
-using moduletest::Strings;
-using moduletest::valuesOf;
 
 class FileRW : public moduletest::ModuleTest {
 protected:
-    void SetUp() override
-    {
-        std::string templ = ::testing::TempDir() + "zeftfilerw-XXXXXX";
-        ASSERT_NE(::mkdtemp(templ.data()), nullptr);
-        dir_ = templ;
-        // The folder's name is ASCII; the file's is not, and reaches the
-        // file system as UTF-8.
-        file_ = dir_ / "Mod\xC3\xA8le.std";
-        path_ = std::wstring(templ.begin(), templ.end()) + L"/Mod\u00E8le.std";
-        ModuleTest::SetUp();
-    }
-    void TearDown() override { fs::remove_all(dir_); }
+    void putBytes(const std::string& bytes) const { moduletest::writeFile(file_, bytes); }
 
-    void putBytes(const std::string& bytes) const
-    {
-        std::ofstream(file_, std::ios::binary | std::ios::trunc) << bytes;
-    }
-    std::string bytes() const
-    {
-        std::ifstream in(file_, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
-
-    fs::path dir_;
-    fs::path file_;
-    std::wstring path_;
+    const moduletest::TempFolder folder_{"zeftfilerw"};
+    // The folder's name is ASCII; the file's is not, and reaches the file
+    // system as UTF-8.
+    const moduletest::fs::path file_ = folder_.path / "Mod\xC3\xA8le.std";
+    const std::wstring path_ = folder_.path.wstring() + L"/Mod\u00E8le.std";
 };
+
+// Everything a reader or writer holds, on one line.
+std::wstring dump(const ZEFTFileRW& rw)
+{
+    std::wstring out = rw.getName() + L" / model" + describe(rw.getModelRule()) + L" / draft" +
+                       describe(rw.getDraftRule()) + L" / doc" + describe(rw.getDocRule());
+    for (const ZEFTRuleFunction* f : rw.getFunctions()) out += L" / " + describe(*f);
+    for (const ZEFTRuleEnum* e : rw.getEnums()) out += L" / " + describe(*e);
+    if (rw.getException()) out += L" / " + describe(*rw.getException());
+    return out + L" / sep [" + rw.getSeparator() + L"]";
+}
 
 // A small standard as the editor hands it over; the objects stay the caller's.
 struct Standard {
@@ -92,35 +72,21 @@ struct Standard {
 
 TEST_F(FileRW, RoundTripKeepsTheWholeStandard)
 {
+    ZEFTFileRW expected;
     {
         // The writer keeps copies: the caller's objects may go first.
         ZEFTFileRW writer;
         {
             const Standard given;
             given.fill(writer, L". ");
+            given.fill(expected, L". ");
             EXPECT_NE(writer.getFunctions()[0], given.f1.get());
         }
         writer.writeStandard(path_);
     }
-    const Standard s;
     ZEFTFileRW reader;
     reader.readStandard(path_);
-    EXPECT_EQ(reader.getName(), L"Mod\u00E8le b\u00E9ton");
-    EXPECT_EQ(reader.getModelRule(), s.model);
-    EXPECT_EQ(reader.getDraftRule(), s.draft);
-    EXPECT_EQ(reader.getDocRule(), s.doc);
-    ASSERT_EQ(reader.getFunctions().size(), 2u);
-    EXPECT_EQ(reader.getFunctions()[0]->getName(), L"MATERIAL");
-    EXPECT_EQ(reader.getFunctions()[0]->getDefaultValue(), L"Autre");
-    EXPECT_EQ(pairsOf(*reader.getFunctions()[0]), pairsOf(*s.f1));
-    EXPECT_EQ(reader.getFunctions()[1]->getDefaultValue(), L"");
-    EXPECT_EQ(pairsOf(*reader.getFunctions()[1]), pairsOf(*s.f2));
-    ASSERT_EQ(reader.getEnums().size(), 1u);
-    EXPECT_EQ(reader.getEnums()[0]->getName(), L"Levels");
-    EXPECT_EQ(valuesOf(*reader.getEnums()[0]), valuesOf(*s.e1));
-    ASSERT_NE(reader.getException(), nullptr);
-    EXPECT_EQ(pairsOf(*reader.getException()), pairsOf(*s.exception));
-    EXPECT_EQ(reader.getSeparator(), L". ");
+    EXPECT_EQ(dump(reader), dump(expected));
 }
 
 TEST_F(FileRW, WritesTheFileByteForByte)
@@ -140,7 +106,7 @@ TEST_F(FileRW, WritesTheFileByteForByte)
     rw.setException(&x);
     rw.setSeparator(L".");
     rw.writeStandard(path_);
-    EXPECT_EQ(bytes(),
+    EXPECT_EQ(moduletest::readFile(file_),
               "[Layer_Standard]\r\nName=Mod\xE8le\n\r\n"
               "[Model_Rules]\r\nName_1 =B\xE2timent\r\nField_1 ==BUILDING()\n\r\n"
               "[Doc_Rules]\r\nName_1 =User\r\nField_1 =Plans\n\r\n"
@@ -152,40 +118,50 @@ TEST_F(FileRW, WritesTheFileByteForByte)
     EXPECT_EQ(wyGetProfileString(L"Model_Rules", L"Name_1", L"", path_), L"B\u00E2timent");
 }
 
-TEST_F(FileRW, ValuesComeBackCutTo99Characters)
+TEST_F(FileRW, ReadingReplacesEverythingButASeparatorTheFileLacks)
 {
-    const std::wstring longText(150, L'\u00E9');
-    const std::wstring cut(99, L'\u00E9');
-    ZEFTFileRW writer;
-    writer.setName(longText);
-    writer.setRules({{longText, longText, false}}, {}, {});
-    writer.setSeparator(longText + L' ');
-    writer.writeStandard(path_);
-
-    ZEFTFileRW reader;
-    reader.readStandard(path_);
-    EXPECT_EQ(reader.getName(), cut);
-    EXPECT_EQ(reader.getModelRule(), (Fields{{cut, cut, false}}));
-    EXPECT_EQ(reader.getSeparator(), cut + L' ');
+    const std::string e150(150, '\xE9');
+    const std::wstring e99(99, L'\u00E9');
+    const std::string longFile = "[Layer_Standard]\r\nName=" + e150 + "\r\n[Model_Rules]\r\nName_1=" + e150 +
+                                 "\r\nField_1=" + e150 + "\r\n[Separator]\r\nValue=" + e150 + "\r\nWhiteSpaceAfter=1\r\n";
+    struct Case {
+        const char* what;
+        std::optional<std::string> file;  // none: no file
+        std::wstring expected;
+    };
+    const Case cases[] = {
+        {"a missing file is an empty standard", std::nullopt, L" / model / draft / doc / sep [-]"},
+        {"values are cut to 99 characters", longFile,
+         e99 + L" / model [" + e99 + L"|" + e99 + L"] / draft / doc / sep [" + e99 + L" ]"},
+        {"a field without a name ends the rule",
+         "[Model_Rules]\r\nName_1=A\r\nField_1==BUILDING()\r\nName_2=\r\nField_2=lost\r\nName_3=C\r\nField_3=lost\r\n",
+         L" / model [A|=BUILDING()|f] / draft / doc / sep [-]"},
+        // Keys in any case and spacing; a value that only looks like a call is literal.
+        {"hand-written keys", "[model_rules]\r\nNAME_1 = A \r\nfield_1 = =X( \r\n  name_2=B\r\nFIELD_2==()\r\n",
+         L" / model [A|=X(] [B|=()|f] / draft / doc / sep [-]"},
+        // A pair with an empty side ends the pairs; a section without a name gives nothing.
+        {"incomplete entries",
+         "[Function_1]\r\nName=F\r\nKey_1=a\r\nValue_1=1\r\nKey_2=b\r\nValue_2=\r\nKey_3=c\r\nValue_3=3\r\n"
+         "[Function_2]\r\nDefault=x\r\nKey_1=a\r\nValue_1=1\r\n"
+         "[Exceptions]\r\nKey_1=AcDbLine\r\nValue_1=L\r\nValue_2=orphan\r\n",
+         L" / model / draft / doc / function F|: a=1 / exception: AcDbLine=L / sep [-]"},
+        {"no blank after", "[Separator]\r\nValue=.\r\nWhiteSpaceAfter=0\r\n", L" / model / draft / doc / sep [.]"},
+        {"a blank after", "[Separator]\r\nValue=.\r\nWhiteSpaceAfter=1\r\n", L" / model / draft / doc / sep [. ]"},
+        {"no WhiteSpaceAfter", "[Separator]\r\nValue=.\r\n", L" / model / draft / doc / sep [.]"},
+        {"an empty separator", "[Separator]\r\nValue=\r\nWhiteSpaceAfter=1\r\n", L" / model / draft / doc / sep [-]"},
+    };
+    const Standard s;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ZEFTFileRW rw;
+        s.fill(rw, L"-");
+        if (c.file) putBytes(*c.file);
+        rw.readStandard(c.file ? path_ : path_ + L".missing");
+        EXPECT_EQ(dump(rw), c.expected);
+    }
 }
 
-TEST_F(FileRW, AFieldWithoutANameEndsTheRule)
-{
-    ZEFTFileRW writer;
-    writer.setRules({{L"A", L"=BUILDING()", true}, {L"", L"lost", false}, {L"C", L"also lost", false}}, {}, {});
-    writer.writeStandard(path_);
-    ZEFTFileRW reader;
-    reader.readStandard(path_);
-    EXPECT_EQ(reader.getModelRule(), (Fields{{L"A", L"=BUILDING()", true}}));
-
-    // Hand-written keys, in any case and spacing; a value that only looks
-    // like a call is literal.
-    putBytes("[model_rules]\r\nNAME_1 = A \r\nfield_1 = =X( \r\n  name_2=B\r\nFIELD_2==()\r\n");
-    reader.readStandard(path_);
-    EXPECT_EQ(reader.getModelRule(), (Fields{{L"A", L"=X(", false}, {L"B", L"=()", true}}));
-}
-
-TEST_F(FileRW, AFunctionOrEnumWithoutEntriesEndsTheList)
+TEST_F(FileRW, AFunctionOrEnumWithoutEntriesEndsTheListItIsWrittenIn)
 {
     const auto f1 = function(L"F1", L"d", {{L"k", L"v"}});
     const auto f2 = function(L"F2", L"d", {});
@@ -198,61 +174,9 @@ TEST_F(FileRW, AFunctionOrEnumWithoutEntriesEndsTheList)
     writer.setEnums({e1.get(), e2.get(), e3.get()});
     writer.writeStandard(path_);
     EXPECT_EQ(wyGetProfileString(L"Function_3", L"Name", L"", path_), L"F3");
-
     ZEFTFileRW reader;
     reader.readStandard(path_);
-    ASSERT_EQ(reader.getFunctions().size(), 1u);
-    EXPECT_EQ(reader.getFunctions()[0]->getName(), L"F1");
-    ASSERT_EQ(reader.getEnums().size(), 1u);
-    EXPECT_EQ(reader.getEnums()[0]->getName(), L"E1");
-
-    // A pair with an empty side ends the pairs; a section without a name gives nothing.
-    putBytes("[Function_1]\r\nName=F\r\nKey_1=a\r\nValue_1=1\r\nKey_2=b\r\nValue_2=\r\nKey_3=c\r\nValue_3=3\r\n"
-             "[Function_2]\r\nDefault=x\r\nKey_1=a\r\nValue_1=1\r\n"
-             "[Exceptions]\r\nKey_1=AcDbLine\r\nValue_1=L\r\nValue_2=orphan\r\n");
-    reader.readStandard(path_);
-    ASSERT_EQ(reader.getFunctions().size(), 1u);
-    EXPECT_EQ(reader.getFunctions()[0]->getDefaultValue(), L"");
-    EXPECT_EQ(pairsOf(*reader.getFunctions()[0]), (Pairs{{L"a", L"1"}}));
-    ASSERT_NE(reader.getException(), nullptr);
-    EXPECT_EQ(pairsOf(*reader.getException()), (Pairs{{L"AcDbLine", L"L"}}));
-}
-
-TEST_F(FileRW, SeparatorTakesItsBlankFromWhiteSpaceAfter)
-{
-    ZEFTFileRW rw;
-    rw.setSeparator(L"-");
-    putBytes("[Layer_Standard]\r\nName=N\r\n");
-    rw.readStandard(path_);
-    EXPECT_EQ(rw.getSeparator(), L"-");
-
-    const std::pair<const char*, const wchar_t*> cases[] = {
-        {"Value=.\r\nWhiteSpaceAfter=0\r\n", L"."},
-        {"Value=.\r\nWhiteSpaceAfter=1\r\n", L". "},
-        {"Value=.\r\n", L"."},
-        {"Value=\r\nWhiteSpaceAfter=1\r\n", L"."},
-    };
-    for (const auto& [text, expected] : cases) {
-        putBytes(std::string("[Separator]\r\n") + text);
-        rw.readStandard(path_);
-        EXPECT_EQ(rw.getSeparator(), expected) << text;
-    }
-}
-
-TEST_F(FileRW, AMissingFileReadsAsAnEmptyStandard)
-{
-    const Standard s;
-    ZEFTFileRW rw;
-    s.fill(rw, L"_");
-    rw.readStandard(path_ + L".missing");
-    EXPECT_EQ(rw.getName(), L"");
-    EXPECT_TRUE(rw.getModelRule().empty());
-    EXPECT_TRUE(rw.getDraftRule().empty());
-    EXPECT_TRUE(rw.getDocRule().empty());
-    EXPECT_TRUE(rw.getFunctions().empty());
-    EXPECT_TRUE(rw.getEnums().empty());
-    EXPECT_EQ(rw.getException(), nullptr);
-    EXPECT_EQ(rw.getSeparator(), L"_");
+    EXPECT_EQ(dump(reader), L" / model / draft / doc / function F1|d: k=v / enum E1: a / sep []");
 }
 
 class FileRWDrawing : public FileRW {
@@ -268,7 +192,6 @@ protected:
     void TearDown() override
     {
         if (dict_) dict_->close();
-        FileRW::TearDown();
     }
 
     AcDbDatabase db_;
@@ -286,30 +209,25 @@ TEST_F(FileRWDrawing, CreateHandsTheObjectsToTheDrawing)
     const AcDbObjectIdArray functions = rw.createFunctions(dict_);
     const AcDbObjectIdArray enums = rw.createEnums(dict_);
     const AcDbObjectId exception = rw.createException(dict_);
-    EXPECT_TRUE(rw.getFunctions().empty());
-    EXPECT_TRUE(rw.getEnums().empty());
-    EXPECT_EQ(rw.getException(), nullptr);
+    EXPECT_EQ(dump(rw), L"Mod\u00E8le b\u00E9ton / model" + describe(s.model) + L" / draft" + describe(s.draft) +
+                            L" / doc" + describe(s.doc) + L" / sep [.]")
+        << "the objects went to the drawing";
     EXPECT_EQ(dict_->numEntries(), 6);
     EXPECT_TRUE(rw.createException(dict_).isNull());
 
     // Each is closed and holds what the file gave.
-    AcDbObjectPointer<ZEFTLayerRule> rule(draft, AcDb::kForRead);
-    ASSERT_TRUE(rule);
-    Fields fields;
-    rule->getFields(fields);
-    EXPECT_EQ(fields, s.draft);
-    EXPECT_FALSE(model.isNull());
+    EXPECT_EQ(moduletest::fieldsOf(draft), s.draft);
+    EXPECT_EQ(moduletest::fieldsOf(model), s.model);
     ASSERT_EQ(functions.length(), 2);
-    AcDbObjectPointer<ZEFTRuleFunction> f(functions.at(1), AcDb::kForRead);
-    ASSERT_TRUE(f);
-    EXPECT_EQ(f->getName(), L"VIEW TYPE");
     ASSERT_EQ(enums.length(), 1);
-    AcDbObjectPointer<ZEFTRuleEnum> e(enums.at(0), AcDb::kForRead);
-    ASSERT_TRUE(e);
-    EXPECT_EQ(valuesOf(*e.object()), (Strings{L"RDC", L"R+1"}));
-    AcDbObjectPointer<ZEFTRuleException> x(exception, AcDb::kForRead);
-    ASSERT_TRUE(x);
-    EXPECT_EQ(pairsOf(*x.object()), pairsOf(*s.exception));
+    const std::pair<AcDbObjectId, const AcDbObject*> made[] = {
+        {functions.at(0), s.f1.get()}, {functions.at(1), s.f2.get()}, {enums.at(0), s.e1.get()},
+        {exception, s.exception.get()}};
+    for (const auto& [id, given] : made) {
+        AcDbObjectPointer<AcDbObject> obj(id, AcDb::kForRead);
+        ASSERT_TRUE(obj);
+        EXPECT_EQ(describe(*obj.object()), describe(*given));
+    }
 }
 
 TEST_F(FileRWDrawing, AFailureIsReportedAsThisFileAndLosesNothing)
@@ -335,21 +253,6 @@ TEST_F(FileRWDrawing, AFailureIsReportedAsThisFileAndLosesNothing)
     AcDbObjectPointer<AcDbDictionary> dict(dictId_, AcDb::kForRead);
     ASSERT_TRUE(dict);
     EXPECT_EQ(dict->numEntries(), 0);
-}
-
-TEST(RuleEvaluatorIsFunction, WantsEqualsFirstAndParenthesesLast)
-{
-    std::wstring name = L"unchanged";
-    EXPECT_TRUE(ZEFTRuleEvaluator::isFunction(L"=LEVEL/VIEW()", &name));
-    EXPECT_EQ(name, L"LEVEL/VIEW");
-    EXPECT_TRUE(ZEFTRuleEvaluator::isFunction(L"=()", &name));
-    EXPECT_EQ(name, L"");
-    EXPECT_TRUE(ZEFTRuleEvaluator::isFunction(L"==()", nullptr));
-    name = L"unchanged";
-    for (const wchar_t* literal : {L"", L"=", L"()", L"=(", L"=X(", L"X()", L"=X( )", L"=X)(", L" =X()"}) {
-        EXPECT_FALSE(ZEFTRuleEvaluator::isFunction(literal, &name)) << literal;
-        EXPECT_EQ(name, L"unchanged");
-    }
 }
 
 }  // namespace

@@ -2,16 +2,10 @@
 // imposed layers, layer creation and resolution, function names and helps.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
-#include <unistd.h>
-
 #include "host/database.h"
 #include "host/dbclasses.h"
 #include "host/dbsymtb.h"
 #include "host/document.h"
-#include "host/dxf/dxftext.h"
 #include "moduletestenv.h"
 #include "suite/wybase.h"
 #include "suite/zeftprojecteditor.h"
@@ -25,94 +19,30 @@ namespace {
 using Util = ZEFTLayerManagerUtil;
 using Editor = ZEFTProjectEditor;
 using moduletest::Fields;
+using moduletest::ids;
 using moduletest::Strings;
 
 RuleField lit(const std::wstring& v) { return {L"", v, false}; }
 RuleField fn(const std::wstring& v) { return {L"", v, true}; }
-AcDbObjectIdArray ids(std::initializer_list<AcDbObjectId> list)
-{
-    AcDbObjectIdArray out;
-    out.insert(out.end(), list);
-    return out;
-}
-
-std::string tags(std::initializer_list<std::pair<int, std::string>> list)
-{
-    std::string out;
-    for (const auto& [code, value] : list) dxf::appendTag(out, code, value, "\n");
-    return out;
-}
-
-std::string suiteClass(const std::string& dxfName, const std::string& name)
-{
-    return tags({{0, "CLASS"}, {1, dxfName}, {2, name}, {3, "ZeftApp"}, {90, "0"}, {91, "1"}, {280, "0"}, {281, "1"}});
-}
-
-// A new drawing with suite entities known from CLASSES only (a mould, a bar
-// whose class derives from the mould's, an image, a mesh cut symbol, a
-// "QRV" object) and two paper-space viewports, numbered 1 and 2.
-std::string fixtureDrawing()
-{
-    AcDbDatabase blank;
-    std::string text = blank.dxfText();
-    const std::string ms = blank.modelSpaceId().handle().str(), ps = blank.paperSpaceId().handle().str();
-    auto entity = [&](const char* handle, const std::string& dxfName, std::initializer_list<const char*> markers) {
-        std::string out = tags({{0, dxfName}, {5, handle}, {330, ms}, {100, "AcDbEntity"}, {8, "0"}});
-        for (const char* m : markers) out += tags({{100, m}});
-        return out;
-    };
-    auto viewport = [&](const char* handle, const char* number) {
-        return tags({{0, "VIEWPORT"}, {5, handle}, {330, ps}, {100, "AcDbEntity"}, {67, "1"}, {8, "0"},
-                     {100, "AcDbViewport"}, {10, "0"}, {20, "0"}, {30, "0"}, {40, "10"}, {41, "10"}, {68, "1"},
-                     {69, number}});
-    };
-    const std::string records = entity("A00", "ZEFTMOULD", {"ZEFTMould"}) +
-                                entity("A01", "ZEFTBAR", {"ZEFTMould", "ZEFTBar"}) +
-                                entity("A02", "ZEFTIMAGEENTITY", {"ZEFTImageEntity"}) +
-                                entity("A03", "ZEFTMESHCUTSYMBOL", {"ZEFTMeshCutSymbol"}) +
-                                entity("A04", "QRVTHING", {"QrvThing"}) + viewport("A05", "1") + viewport("A06", "2") +
-                                entity("A07", "ZEFTBAR", {"ZEFTMould", "ZEFTBar"});
-    text.insert(text.find("  0\nENDSEC\n", text.find("  2\nENTITIES\n")), records);
-    const std::string classes = suiteClass("ZEFTMOULD", "ZEFTMould") + suiteClass("ZEFTBAR", "ZEFTBar") +
-                                suiteClass("ZEFTIMAGEENTITY", "ZEFTImageEntity") +
-                                suiteClass("ZEFTMESHCUTSYMBOL", "ZEFTMeshCutSymbol") + suiteClass("QRVTHING", "QrvThing");
-    const std::string head = "  2\nCLASSES\n";
-    return text.insert(text.find(head) + head.size(), classes);
-}
-
-// The default standard's rules and exceptions, with a user function.
-const char* kStandard =
-    "[Layer_Standard]\nName=Test\n"
-    "[Model_Rules]\nName_1=Building\nField_1==BUILDING()\nName_2=Level\nField_2==LEVEL/VIEW()\n"
-    "[Draft_Rules]\nName_1=Building\nField_1==BUILDING()\nName_2=View\nField_2==LEVEL/VIEW()\n"
-    "Name_3=Type\nField_3==GENERAL TYPE()\n"
-    "[Doc_Rules]\nName_1=User defined\nField_1=CalquePlans\n"
-    "[Exceptions]\nKey_1=AcDbViewport\nValue_1=Frames\nKey_2=AcDbCircle\nValue_2=Auto...\n"
-    "Key_3=AcDbViewport\nValue_3=Second\nKey_4=AcDbText\nValue_4=Frames\n"
-    "[Separator]\nValue=. \nWhiteSpaceAfter=1\n"
-    "[Function_1]\nName=GENERAL TYPE\nDefault=Divers\nKey_1=AcDbCurve\nValue_1=Courbes\n"
-    "Key_2=AcDbLine\nValue_2=Lignes\nKey_3=ZEFTMould\nValue_3=Moules\nKey_4=ZEFTMeshCut\nValue_4=Coupes\n"
-    "[Function_2]\nName=level\nDefault=petit niveau\nKey_1=x\nValue_1=y\n";
 
 class Resolution : public moduletest::ModuleTest {
 protected:
+    // A drawing with suite entities known from CLASSES only: a mould (A00),
+    // two bars whose class derives from the mould's (A01, A07), an image
+    // (A02), a mesh cut symbol (A03), a "QRV" object (A04), and the
+    // paper-space viewports 1 (A05) and 2 (A06).
     void SetUp() override
     {
         ModuleTest::SetUp();
-        doc = acDocManager->open(AcDbDatabase::readDxfBytes(fixtureDrawing(), "fixture.dxf"));
+        doc = acDocManager->open(AcDbDatabase::readDxfBytes(moduletest::dataFile("module-resolution.dxf"), "fixture.dxf"));
         db = doc->database();
     }
     void TearDown() override { acDocManager->close(doc); }
 
+    // The default standard's rules and exceptions, with user functions.
     void installStandard()
     {
-        // One file per process: ctest runs the tests of this suite side by side.
-        const auto path =
-            std::filesystem::path(testing::TempDir()) / ("resolution-" + std::to_string(getpid()) + ".std");
-        std::ofstream(path) << kStandard;
-        const bool installed = Util::installStandardFromPath(db, path.wstring(), L"resolution.std");
-        std::filesystem::remove(path);
-        ASSERT_TRUE(installed);
+        ASSERT_TRUE(moduletest::installStandardText(db, moduletest::dataFile("module-resolution.std"), L"resolution.std"));
     }
     // "Bâtiment A" with level "Niveau 1" (active) and view "Coupe AA".
     void makeProject(std::int32_t mode = 0)
@@ -124,15 +54,8 @@ protected:
         ASSERT_EQ(Editor::addEntry(db, ZEFTProjectKind::kView, L"Coupe AA", L"Coupe", L"Plan C", &view), Acad::eOk);
         ASSERT_EQ(Editor::setActiveView(db, level), Acad::eOk);
     }
-    AcDbObjectId add(AcDbEntity* entity, AcDbObjectId owner = {})
-    {
-        AcDbObjectPointer<AcDbBlockTableRecord> space(owner.isNull() ? db->modelSpaceId() : owner, AcDb::kForWrite);
-        AcDbObjectId id;
-        EXPECT_EQ(space->appendAcDbEntity(id, entity), Acad::eOk);
-        entity->close();
-        return id;
-    }
-    AcDbObjectId line() { return add(new AcDbLine({0, 0, 0}, {1, 1, 0})); }
+    AcDbObjectId add(AcDbEntity* entity, AcDbObjectId owner = {}) { return moduletest::addEntity(db, entity, owner); }
+    AcDbObjectId line() { return moduletest::addLine(db); }
     AcDbObjectId at(const char* handle) { return db->idOf(AcDbHandle(std::stoull(handle, nullptr, 16))); }
     ApplicationContext context(const wchar_t* command = nullptr, AcDbObjectId object = {})
     {
@@ -159,20 +82,35 @@ protected:
 
 TEST(Evaluator, FunctionFormsJoiningAndCleaning)
 {
-    std::wstring name = L"unset";
-    EXPECT_TRUE(ZEFTRuleEvaluator::isFunction(L"=()", &name));
-    EXPECT_EQ(name, L"");
-    for (const wchar_t* literal : {L"=X(", L"=X(Y", L"X()", L"=X( )", L"=(", L""})
-        EXPECT_FALSE(ZEFTRuleEvaluator::isFunction(literal)) << literal;
+    // A call is "=NAME()", nothing around it.
+    const std::pair<const wchar_t*, const wchar_t*> calls[] = {{L"=LEVEL/VIEW()", L"LEVEL/VIEW"}, {L"=()", L""}, {L"==()", L"="}};
+    for (const auto& [value, expected] : calls) {
+        std::wstring name = L"unset";
+        EXPECT_TRUE(ZEFTRuleEvaluator::isFunction(value, &name)) << value;
+        EXPECT_EQ(name, expected);
+    }
+    EXPECT_TRUE(ZEFTRuleEvaluator::isFunction(L"=X()", nullptr));
+    for (const wchar_t* literal : {L"", L"=", L"()", L"=(", L"=X(", L"=X(Y", L"X()", L"=X( )", L"=X)(", L" =X()"}) {
+        std::wstring name = L"unset";
+        EXPECT_FALSE(ZEFTRuleEvaluator::isFunction(literal, &name)) << literal;
+        EXPECT_EQ(name, L"unset");
+    }
 
-    auto join = [](const Fields& f, const std::wstring& sep) { return ZEFTRuleEvaluator::getEvaluatedLayerName(f, sep); };
-    EXPECT_EQ(join({lit(L"A"), lit(L""), lit(L"C")}, L"_"), L"A_C");
-    EXPECT_EQ(join({lit(L""), lit(L"B")}, L"_"), L"_B");
-    EXPECT_EQ(join({lit(L"A"), lit(L"B")}, L","), L"AB");       // a separator of removed characters is lost
-    EXPECT_EQ(join({lit(L"  A ?")}, L"_"), L"A ");               // trimmed before the removal
-    EXPECT_EQ(join({lit(L"<a>/b\\\":?*|,='#~!@$%^&;`c")}, L"_"), L"abc");
-    EXPECT_EQ(join({lit(std::wstring(256, L'x'))}, L"_").size(), 255u);
-    EXPECT_EQ(join({}, L"_"), L"");
+    struct Join {
+        Fields fields;
+        const wchar_t* separator;
+        std::wstring expected;
+    };
+    const Join joins[] = {
+        {{lit(L"A"), lit(L""), lit(L"C")}, L"_", L"A_C"},
+        {{lit(L""), lit(L"B")}, L"_", L"_B"},
+        {{lit(L"A"), lit(L"B")}, L",", L"AB"},  // a separator of removed characters is lost
+        {{lit(L"  A ?")}, L"_", L"A "},         // trimmed before the removal
+        {{lit(L"<a>/b\\\":?*|,='#~!@$%^&;`c")}, L"_", L"abc"},
+        {{lit(std::wstring(256, L'x'))}, L"_", std::wstring(255, L'x')},
+        {{}, L"_", L""},
+    };
+    for (const Join& j : joins) EXPECT_EQ(ZEFTRuleEvaluator::getEvaluatedLayerName(j.fields, j.separator), j.expected) << j.expected;
 
     Strings names;
     ZEFTRuleEvaluator::getPredefinedFunctionNames(names);
@@ -306,22 +244,11 @@ TEST_F(Resolution, WhereTheRulesApply)
 
     // Only entities of the context's drawing, and of a drawing a document holds.
     AcDbDatabase loose;
-    AcDbObjectId looseLine;
-    {
-        AcDbObjectPointer<AcDbBlockTableRecord> ms(loose.modelSpaceId(), AcDb::kForWrite);
-        AcDbObjectPointer<AcDbLine> l(new AcDbLine({0, 0, 0}, {1, 0, 0}));
-        ms->appendAcDbEntity(looseLine, l.object());
-    }
     ApplicationContext other = ctx;
     other.ignoreDatabase = true;
-    EXPECT_FALSE(Util::layerRulesAplicable(looseLine, other, imposed));
+    EXPECT_FALSE(Util::layerRulesAplicable(moduletest::addLine(&loose), other, imposed));
     AcDbDatabase* second = acDocManager->open(std::make_unique<AcDbDatabase>())->database();
-    AcDbObjectId secondLine;
-    {
-        AcDbObjectPointer<AcDbBlockTableRecord> ms(second->modelSpaceId(), AcDb::kForWrite);
-        AcDbObjectPointer<AcDbLine> l(new AcDbLine({0, 0, 0}, {1, 0, 0}));
-        ms->appendAcDbEntity(secondLine, l.object());
-    }
+    const AcDbObjectId secondLine = moduletest::addLine(second);
     EXPECT_FALSE(Util::layerRulesAplicable(secondLine, ctx, imposed));
     acDocManager->close(acDocManager->documentOf(second));
 
