@@ -58,6 +58,22 @@ int ZEFTUITools::MessageBoxW(const std::wstring& text, unsigned flags, void*)
 }
 
 namespace {
+ZEFTHelpTools::Handler& helpHandler()
+{
+    static ZEFTHelpTools::Handler handler;
+    return handler;
+}
+}  // namespace
+
+void ZEFTHelpTools::setHelpHandler(Handler handler) { helpHandler() = std::move(handler); }
+
+void ZEFTHelpTools::Help(int book, int topic)
+{
+    if (helpHandler()) return helpHandler()(book, topic);
+    acutPrintf(L"\nHelp: book %d, topic %d\n", book, topic);
+}
+
+namespace {
 bool& atExport()
 {
     static bool on = [] {

@@ -52,6 +52,16 @@ public:
     static void setMessageBoxHandler(Handler handler);
 };
 
+class ZEFTHelpTools {
+public:
+    // Opens the topic of a help book. Without a window front end the
+    // request is printed on the command line.
+    static void Help(int book, int topic);
+    // Who shows help: a window front end or a test.
+    using Handler = std::function<void(int book, int topic)>;
+    static void setHelpHandler(Handler handler);
+};
+
 // The automatic-test export mode of the suite: while on, command ends
 // re-layer nothing. Off unless a caller turns it on (or ZEFT_AT_EXPORT=1).
 namespace WyAutoTestUtils {

@@ -1,10 +1,13 @@
 #include "zeftlayermanager/zeftlayermanagercommands.h"
 
+#include <QApplication>
+
 #include "host/document.h"
 #include "host/editor.h"
 #include "suite/wybase.h"
 #include "suite/zeftdatabasetools.h"
 #include "suite/zefttools.h"
+#include "zeftlayermanager/zeftlayerstandardsheet.h"
 
 void ZEFTLayerManagerCommands::ZEFTLayerStandards()
 {
@@ -14,7 +17,14 @@ void ZEFTLayerManagerCommands::ZEFTLayerStandards()
             ZEFTUITools::MessageBoxW(WyPrompts::getPrompt(L"ZEFTTOOLS", 14111), MB_ICONEXCLAMATION, nullptr);
             return;
         }
-        acutPrintf(L"\n%ls: the layer standard editor is not available in this build.\n",
-                   WyPrompts::getPrompt(L"ZEFTLAYERMANAGER", 17704).c_str());
+        const std::wstring caption = WyPrompts::getPrompt(L"ZEFTLAYERMANAGER", 17704);
+        // The editor needs a window to open over; a run without one says
+        // where to run the command.
+        if (acedGetAcadFrame() && qobject_cast<QApplication*>(QCoreApplication::instance())) {
+            ZEFTLayerStandardSheet sheet(QString::fromStdWString(caption), static_cast<QWidget*>(acedGetAcadFrame()), 0);
+            sheet.exec();
+            return;
+        }
+        acutPrintf(L"\n%ls: the layer standard editor opens in a window: run the command in zeftcad.\n", caption.c_str());
     });
 }

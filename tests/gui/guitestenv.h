@@ -98,6 +98,8 @@ inline bool showActive(QWidget& widget)
 // Makes the cell current and types into it as a person would; Enter commits.
 inline void typeInto(ZEFTGridCtrl& grid, int row, int column, const QString& text, bool commit = true)
 {
+    // A dialog closed before may have left no window active.
+    QApplication::setActiveWindow(grid.window());
     grid.setCurrentCell(row - grid.GetFixedRowCount(), column - grid.GetFixedColumnCount());
     grid.setFocus();
     QTest::keyClick(&grid, Qt::Key_F2);

@@ -362,8 +362,10 @@ void ZEFTGridCtrl::keyPressEvent(QKeyEvent* event)
                 break;
             case Qt::Key_Return:
             case Qt::Key_Enter:
-                if (index.isValid() && edit(index, QAbstractItemView::EditKeyPressed, event)) return;
-                break;
+                // Enter belongs to the grid, even on a locked cell: it never
+                // reaches the dialog's default button.
+                if (index.isValid()) edit(index, QAbstractItemView::EditKeyPressed, event);
+                return event->accept();
             case Qt::Key_F4:
                 if (index.isValid() && SelectFunction(gridRow(index), gridColumn(index))) return;
                 break;
