@@ -131,9 +131,22 @@ private:
     int line_ = -1;
 };
 
+// Qt's notes about its platform ("XDG_RUNTIME_DIR not set", what the
+// offscreen platform cannot do) mean nothing to a user and would mix with
+// the program's own messages; ZEFTCAD_QT_MESSAGES=1 shows them again.
+void quietQtMessages()
+{
+    if (qEnvironmentVariableIsSet("ZEFTCAD_QT_MESSAGES")) return;
+    static const QtMessageHandler standard = qInstallMessageHandler(nullptr);
+    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext& context, const QString& text) {
+        if (type == QtCriticalMsg || type == QtFatalMsg) standard(type, context, text);
+    });
+}
+
 int runWindow(Session& session, const Options& o, const std::wstring& script,
               const std::vector<std::string>& warnings)
 {
+    quietQtMessages();
     // Qt keeps a reference to argc: both outlive the application. Qt's own
     // options are not taken from the command line (QT_QPA_PLATFORM and the
     // like still apply).

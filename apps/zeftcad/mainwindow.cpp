@@ -4,13 +4,17 @@
 #include <QCloseEvent>
 #include <QDockWidget>
 #include <QFileDialog>
+#include <QDialog>
+#include <QDir>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTextBrowser>
 #include <QTreeView>
+#include <QVBoxLayout>
 
 #include "apps/zeftcad/commandline.h"
 #include "apps/zeftcad/panels.h"
@@ -114,6 +118,7 @@ MainWindow::MainWindow(Session& session, QWidget* parent) : QMainWindow(parent),
     acedSetAcadFrame(this);
     acutSetPrintSink([this](const std::wstring& text) { commandLine_->print(QString::fromStdWString(text)); });
     ZEFTUITools::setMessageBoxHandler(&showMessageBox);
+    ZEFTHelpTools::setHelpHandler(&showHelp);
     refresh();
     fitColumns();
     commandLine_->setFocus();
@@ -122,8 +127,40 @@ MainWindow::MainWindow(Session& session, QWidget* parent) : QMainWindow(parent),
 MainWindow::~MainWindow()
 {
     ZEFTUITools::setMessageBoxHandler(nullptr);
+    ZEFTHelpTools::setHelpHandler(nullptr);
     acutSetPrintSink(nullptr);
     if (acedGetAcadFrame() == this) acedSetAcadFrame(nullptr);
+}
+
+void showHelp(int book, int topic)
+{
+    ZEFT_GUARD_VOID("zeftcad::showHelp", {
+        // The layer standard editor's pages share one topic.
+        const QString page = topic >= 17500 && topic < 17800 ? QStringLiteral("editor.md") : QStringLiteral("zeftcad.md");
+        const QString folder = qEnvironmentVariableIsSet("ZEFT_DOCS_DIR") ? qEnvironmentVariable("ZEFT_DOCS_DIR")
+                                                                          : QStringLiteral(ZEFT_DOCS_DIR);
+        const QFileInfo file(QDir(folder).filePath(page));
+        if (!file.isReadable()) {
+            acutPrintf(L"\nHelp (book %d, topic %d): %ls is not installed.\n", book, topic,
+                       file.filePath().toStdWString().c_str());
+            return;
+        }
+        QWidget* parent = QApplication::activeModalWidget();
+        if (!parent) parent = QApplication::activeWindow();
+        auto* window = new QDialog(parent, Qt::Window);
+        window->setObjectName(QStringLiteral("helpWindow"));
+        window->setAttribute(Qt::WA_DeleteOnClose);
+        window->setWindowTitle(QObject::tr("Help - %1").arg(page));
+        auto* browser = new QTextBrowser(window);
+        browser->setOpenExternalLinks(true);
+        browser->document()->setDocumentMargin(12);
+        browser->setSource(QUrl::fromLocalFile(file.absoluteFilePath()), QTextDocument::MarkdownResource);
+        auto* layout = new QVBoxLayout(window);
+        layout->setContentsMargins(0, 0, 0, 0);
+        layout->addWidget(browser);
+        window->resize(760, 640);
+        window->show();
+    });
 }
 
 void MainWindow::createMenus()

@@ -75,4 +75,9 @@ private:
 // the MB_ flags, over the window in front; answers the button's id.
 int showMessageBox(const std::wstring& caption, const std::wstring& text, unsigned flags);
 
+// Shows the page of the documentation a help topic names, beside the
+// window in front (ZEFTHelpTools::Help); says so at the command line when
+// the documentation is not found.
+void showHelp(int book, int topic);
+
 }  // namespace zeftcad
