@@ -54,20 +54,9 @@ void ZEFTLayerEnumsPage::InitEnumValuesGrid(int index)
         m_nCurrentIndex = index;
         const ZEFTRuleEnum* ruleEnum = enums[std::size_t(index)];
 
-        m_grid->SetLayerStandardData(m_pData);
-        m_grid->SetEditable(true);
-        m_grid->SetGrowByRows(true);
         const int values = ruleEnum->getValuesNumber();
-        m_grid->SetRowCount(0);  // drops the previous enumeration's cells
-        m_grid->SetRowCount(values + 2);
-        m_grid->SetColumnCount(1);
-        m_grid->SetFixedRowCount(1);
-        m_grid->SetFixedColumnCount(0);
-        m_grid->SetColumnWidthShare(0, 1.0);
-        m_grid->SetItemText(0, 0, QString::fromStdWString(WyPrompts::getPrompt(L"ZEFTLAYERMANAGER", 17707)));
-        QFont bold = m_grid->GetItemFont(0, 0);
-        bold.setWeight(QFont::Bold);
-        m_grid->SetItemFont(0, 0, bold);
+        m_grid->SetUpList(m_pData, {QString::fromStdWString(WyPrompts::getPrompt(L"ZEFTLAYERMANAGER", 17707))}, {1.0},
+                          values + 2);
         for (int i = 0; i < values; ++i)
             m_grid->SetItemText(i + 1, 0, QString::fromStdWString(ruleEnum->getValue(unsigned(i))));
         m_grid->SetModified(false);

@@ -55,21 +55,8 @@ void ZEFTLayerExceptionsPage::InitExceptionsGrid()
     ZEFT_GUARD_VOID("ZEFTLayerExceptionsPage::InitExceptionsGrid", {
         const ZEFTRuleException* exception = m_pData->exception;
         const int pairs = exception ? exception->getPairsNumber() : 0;
-        m_grid->SetLayerStandardData(m_pData);
-        m_grid->SetEditable(true);
-        m_grid->SetGrowByRows(true);
+        m_grid->SetUpList(m_pData, {prompt(17708), prompt(17710)}, {2.0 / 3.0, 1.0 / 3.0}, pairs + 2);
         m_grid->SetColumnEditor(0, ZEFTGridCtrl::Editor::ClassTree);
-        m_grid->SetRowCount(pairs + 2);
-        m_grid->SetColumnCount(2);
-        m_grid->SetFixedRowCount(1);
-        m_grid->SetFixedColumnCount(0);
-        m_grid->SetColumnWidthShare(0, 2.0 / 3.0);
-        m_grid->SetColumnWidthShare(1, 1.0 / 3.0);
-        m_grid->SetItemText(0, 0, prompt(17708));
-        m_grid->SetItemText(0, 1, prompt(17710));
-        QFont bold = m_grid->GetItemFont(0, 0);
-        bold.setWeight(QFont::Bold);
-        m_grid->SetItemFont(0, 0, bold);
         for (int i = 0; i < pairs; ++i) {
             std::wstring className, layer;
             exception->getPair(unsigned(i), className, layer);

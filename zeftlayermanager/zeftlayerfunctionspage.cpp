@@ -58,23 +58,9 @@ void ZEFTLayerFunctionsPage::InitFuncValuesGrid(int index)
         m_nCurrentIndex = index;
         const ZEFTRuleFunction* function = functions[std::size_t(index)];
 
-        m_grid->SetLayerStandardData(m_pData);
-        m_grid->SetEditable(true);
-        m_grid->SetGrowByRows(true);
-        m_grid->SetColumnEditor(0, ZEFTGridCtrl::Editor::ClassTree);
         const int pairs = function->getPairsNumber();
-        m_grid->SetRowCount(0);  // drops the previous function's cells
-        m_grid->SetRowCount(pairs + 3);
-        m_grid->SetColumnCount(2);
-        m_grid->SetFixedRowCount(1);
-        m_grid->SetFixedColumnCount(0);
-        m_grid->SetColumnWidthShare(0, 2.0 / 3.0);
-        m_grid->SetColumnWidthShare(1, 1.0 / 3.0);
-        m_grid->SetItemText(0, 0, prompt(17708));
-        m_grid->SetItemText(0, 1, prompt(17709));
-        QFont bold = m_grid->GetItemFont(0, 0);
-        bold.setWeight(QFont::Bold);
-        m_grid->SetItemFont(0, 0, bold);
+        m_grid->SetUpList(m_pData, {prompt(17708), prompt(17709)}, {2.0 / 3.0, 1.0 / 3.0}, pairs + 3);
+        m_grid->SetColumnEditor(0, ZEFTGridCtrl::Editor::ClassTree);
 
         m_grid->SetItemText(1, 0, prompt(17712));
         m_grid->SetItemState(1, 0, ZEFTGridCtrl::GVIS_READONLY);

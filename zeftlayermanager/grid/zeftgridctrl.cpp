@@ -243,6 +243,26 @@ void ZEFTGridCtrl::SetColumnWidthShare(int column, double share)
 
 int ZEFTGridCtrl::GetClientWidth() const { return viewport()->width(); }
 
+void ZEFTGridCtrl::SetUpList(LayerStandardData* data, const QStringList& headers, const std::vector<double>& shares,
+                             int rows)
+{
+    SetLayerStandardData(data);
+    SetEditable(true);
+    SetGrowByRows(true);
+    SetRowCount(0);
+    SetRowCount(rows);
+    SetColumnCount(int(headers.size()));
+    SetFixedRowCount(1);
+    SetFixedColumnCount(0);
+    for (int c = 0; c < int(headers.size()); ++c) {
+        SetColumnWidthShare(c, shares[std::size_t(c)]);
+        SetItemText(0, c, headers[c]);
+    }
+    QFont bold = GetItemFont(0, 0);
+    bold.setWeight(QFont::Bold);
+    SetItemFont(0, 0, bold);
+}
+
 void ZEFTGridCtrl::applyWidthShares()
 {
     const int width = GetClientWidth();

@@ -69,6 +69,10 @@ public:
     // is resized; the last column with a share takes what rounding leaves.
     void SetColumnWidthShare(int column, double share);
     int GetClientWidth() const;
+    // A list under a bold header row, one column per header with its share
+    // of the width, `rows` rows in all (header included), growing by rows
+    // and offering the standard's lists; the previous cells are dropped.
+    void SetUpList(LayerStandardData* data, const QStringList& headers, const std::vector<double>& shares, int rows);
 
     void SetEditable(bool editable);
     bool IsEditable() const { return editable_; }
