@@ -14,10 +14,8 @@
 
 #include "guitestenv.h"
 #include "host/database.h"
-#include "host/dbclasses.h"
 #include "host/dbsymtb.h"
 #include "host/document.h"
-#include "suite/zeftprojecteditor.h"
 #include "suite/zeftregistrytools.h"
 #include "zeftlayermanager/grid/zeftdlgselectstring.h"
 #include "zeftlayermanager/grid/zeftinplaceeditors.h"
@@ -42,28 +40,12 @@ namespace {
 
 QString dataPath(const char* name) { return QStringLiteral(ZEFT_SOURCE_DIR "/tests/data/") + QLatin1String(name); }
 
-// A drawing with a line, a circle and a text, and the standard of that file installed.
+// The prepared sample (a project, level "Niveau 0" active) with the standard of that file instead of its own.
 AcApDocument* openDrawing(const QString& standard)
 {
-    AcApDocument* doc = acDocManager->open(std::make_unique<AcDbDatabase>(true));
-    AcDbDatabase* db = doc->database();
-    AcDbObjectPointer<AcDbBlockTableRecord> space(db->modelSpaceId(), AcDb::kForWrite);
-    AcDbEntity* entities[] = {new AcDbLine({0, 0, 0}, {1, 1, 0}), new AcDbCircle({0, 0, 0}, 2),
-                              new AcDbText({0, 0, 0}, L"Plan")};
-    for (AcDbEntity* entity : entities) {
-        AcDbObjectId id;
-        space->appendAcDbEntity(id, entity);
-        entity->close();
-    }
-    space->close();
-    AcDbObjectId level;
-    ZEFTProjectEditor::setBuildingName(db, L"B\u00E2timent A");
-    ZEFTProjectEditor::setProjectName(db, L"Maison");
-    ZEFTProjectEditor::setWorkingMode(db, 0);
-    ZEFTProjectEditor::addEntry(db, ZEFTProjectKind::kLevel, L"Niveau 1", L"", L"Plan N1", &level);
-    ZEFTProjectEditor::setActiveView(db, level);
-    if (!standard.isEmpty())
-        ZEFTLayerManagerUtil::installStandardFromPath(db, standard.toStdWString(), L"standard.std");
+    AcApDocument* doc = acDocManager->open(AcDbDatabase::readDxf(dataPath("sample-project.dxf").toStdString()));
+    ZEFTLayerManagerUtil::removeLayerStandard(doc->database());
+    ZEFTLayerManagerUtil::installStandardFromPath(doc->database(), standard.toStdWString(), L"standard.std");
     return doc;
 }
 
@@ -252,7 +234,8 @@ private slots:
         AcApDocument* other = openDrawing(saved);
         QCOMPARE(layerNames(other->database()), before);
         acDocManager->close(other);
-        QCOMPARE(before, QStringList({"B\u00E2timent A-Niveau 1-Lignes", "B\u00E2timent A-Niveau 1-Cercles", "Textes"}));
+        QVERIFY(before.contains(QStringLiteral("B\u00E2timent A-Niveau 0-Lignes")));
+        QVERIFY(before.contains(QStringLiteral("Textes")));
     }
 
     void listPagesNumberRenameAndDelete_data()

@@ -137,13 +137,6 @@ Pairs pairsOf(const T& object)
     return pairs;
 }
 
-inline Strings valuesOf(const ZEFTRuleEnum& e)
-{
-    Strings values;
-    e.getValues(values);
-    return values;
-}
-
 inline Fields fieldsOf(const ZEFTLayerRule& rule)
 {
     Fields fields;
@@ -183,8 +176,10 @@ inline std::wstring describe(const AcDbObject& object)
         return L"standard " + s->getName() + L"|" + s->getFileName() + L"|" + s->getSeparator() + L" rules " +
                handle(s->getModelRule()) + L"," + handle(s->getDraftRule()) + L"," + handle(s->getDocRule());
     if (const auto* e = ZEFTRuleEnum::cast(&object)) {
+        Strings values;
+        e->getValues(values);
         std::wstring out = L"enum " + e->getName() + L":";
-        for (const std::wstring& v : valuesOf(*e)) out += L" " + v;
+        for (const std::wstring& v : values) out += L" " + v;
         return out;
     }
     if (const auto* f = ZEFTRuleFunction::cast(&object))

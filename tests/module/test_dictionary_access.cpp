@@ -2,24 +2,13 @@
 // lookups that find the standard, its rules, exceptions, functions and enums.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "host/database.h"
-#include "host/dbclasses.h"
-#include "host/document.h"
 #include "moduletestenv.h"
 #include "suite/zeftdatabasetools.h"
-#include "zeftlayermanager/zeftlayermanagerutil.h"
-#include "zeftlayermanager/zeftlayerrule.h"
-#include "zeftlayermanager/zeftlayerstandard.h"
-#include "zeftlayermanager/zeftruleenum.h"
-#include "zeftlayermanager/zeftruleexception.h"
-#include "zeftlayermanager/zeftrulefunction.h"
 
 namespace {
 
@@ -43,20 +32,7 @@ protected:
     // The standard and its three rules; each rule's second field names it.
     void installStandard()
     {
-        standardId = append(new ZEFTLayerStandard, L"ZEFT_LAYER_MANAGER");
-        AcDbObjectId ids[3];
-        const wchar_t* tags[3] = {L"Model", L"Draft", L"Doc"};
-        for (int i = 0; i < 3; ++i) {
-            auto* rule = new ZEFTLayerRule;
-            rule->addRule({L"Building Name", L"=BUILDING()", true});
-            rule->addRule({L"Which", tags[i], false});
-            ids[i] = append(rule);
-        }
-        AcDbObjectPointer<ZEFTLayerStandard> standard(standardId, AcDb::kForWrite);
-        standard->setModelRule(ids[0]);
-        standard->setDraftRule(ids[1]);
-        standard->setDocRule(ids[2]);
-        standard->setSeparator(L"-");
+        ASSERT_TRUE(moduletest::installStandardText(&db, moduletest::dataFile("module-lookups.std"), L"lookups.std"));
     }
     // Which rule the context chose, or "none".
     std::wstring chosenRule(int workingMode, bool draftContext)
@@ -80,7 +56,6 @@ protected:
 
     AcApDocument doc{std::make_unique<AcDbDatabase>()};
     AcDbDatabase& db = *doc.database();
-    AcDbObjectId standardId;
 };
 using DatabaseTools = DictionaryAccess;
 using StandardLookups = DictionaryAccess;
@@ -88,7 +63,7 @@ using StandardLookups = DictionaryAccess;
 // ---------------------------------------------------------------------------
 // The suite's dictionary tools
 
-TEST_F(DatabaseTools, OpenDictionaryCreatesOnlyWithFlagOne)
+TEST_F(DatabaseTools, DictionariesAreMadeOnlyWhenAskedAndAppendClosesTheObject)
 {
     const int before = nodEntries();
     EXPECT_EQ(Tools::openDictionary(L"ZEFT_TEST", AcDb::kForRead, &db, Tools::kOpenExisting), nullptr);
@@ -105,19 +80,16 @@ TEST_F(DatabaseTools, OpenDictionaryCreatesOnlyWithFlagOne)
     EXPECT_EQ(again->objectId(), madeId);
     again->close();
     EXPECT_EQ(nodEntries(), before + 1);
-}
 
-TEST_F(DatabaseTools, AppendMakesTheDictionaryAndClosesTheObject)
-{
-    const int before = nodEntries();
+    // Appending makes the layer manager's dictionary, once, and closes the object.
     AcDbObjectId id = db.modelSpaceId();
     EXPECT_EQ(Tools::getFromDictionary(L"ZEFT_LAYER_MANAGER", L"KEY", id, &db), Acad::eKeyNotFound);
     EXPECT_TRUE(id.isNull());
 
     const AcDbObjectId keyed = append(new AcDbXrecord, L"KEY");
     const AcDbObjectId first = append(new AcDbXrecord);
-    const AcDbObjectId second = append(new AcDbXrecord);
-    EXPECT_EQ(nodEntries(), before + 1) << "the dictionary is made once";
+    append(new AcDbXrecord);
+    EXPECT_EQ(nodEntries(), before + 2) << "the dictionary is made once";
     // Closed: the caller opens it again by id, even for write.
     EXPECT_EQ(AcDbObjectPointer<AcDbObject>(first, AcDb::kForWrite).openStatus(), eOk);
     EXPECT_EQ(Tools::getFromDictionary(L"ZEFT_LAYER_MANAGER", L"key", id, &db), eOk);
@@ -126,11 +98,7 @@ TEST_F(DatabaseTools, AppendMakesTheDictionaryAndClosesTheObject)
 
     AcDbDictionary* dict = Tools::openDictionary(L"ZEFT_LAYER_MANAGER", AcDb::kForRead, &db, 0);
     ASSERT_NE(dict, nullptr);
-    std::wstring k1, k2;
-    EXPECT_EQ(dict->nameAt(first, k1), eOk);
-    EXPECT_EQ(dict->nameAt(second, k2), eOk);
-    EXPECT_NE(k1, k2);
-    EXPECT_EQ(dict->numEntries(), 3);
+    EXPECT_EQ(dict->numEntries(), 3) << "generated keys differ";
     dict->close();
 
     // Refusals change nothing and leave a new object to its owner.
@@ -142,25 +110,13 @@ TEST_F(DatabaseTools, AppendMakesTheDictionaryAndClosesTheObject)
     record.release();
     EXPECT_EQ(Tools::appendToDictionary(L"ZEFT_OTHER", foreign.object(), id, &doc, L"K", 0), Acad::eWrongDatabase);
     EXPECT_TRUE(id.isNull());
-    EXPECT_EQ(nodEntries(), before + 1);
+    EXPECT_EQ(nodEntries(), before + 2);
 }
 
 // A drawing before R13 has no named-object dictionary and no OBJECTS section.
-class R12Drawing : public DictionaryAccess, public ::testing::WithParamInterface<std::string> {};
-
-TEST_P(R12Drawing, AppendFailsAndLeavesTheDrawingAsItWas)
+TEST_F(DatabaseTools, AnR12DrawingRefusesAndIsLeftAsItWas)
 {
-    std::string bytes = "0\nSECTION\n2\nHEADER\n9\n$ACADVER\n1\nAC1009\n0\nENDSEC\n"
-                        "0\nSECTION\n2\nENTITIES\n0\nLINE\n8\n0\n10\n0\n20\n0\n30\n0\n11\n1\n21\n1\n31\n0\n"
-                        "0\nENDSEC\n0\nEOF\n";
-    if (!GetParam().empty()) {
-        const std::string path = std::string(ZEFT_SOURCE_DIR) + "/../shared/corpus/dxf/" + GetParam();
-        if (!std::filesystem::exists(path)) GTEST_SKIP() << "corpus drawing not found: " << path;
-        std::ostringstream s;
-        s << std::ifstream(path, std::ios::binary).rdbuf();
-        bytes = s.str();
-    }
-    AcApDocument r12(AcDbDatabase::readDxfBytes(bytes, "r12.dxf"));
+    AcApDocument r12(AcDbDatabase::readDxfBytes(moduletest::dataFile("module-r12.dxf"), "r12.dxf"));
     AcDbDatabase* r12Db = r12.database();
     ASSERT_EQ(r12Db->version(), "AC1009");
     const std::string text = r12Db->dxfText();
@@ -174,13 +130,10 @@ TEST_P(R12Drawing, AppendFailsAndLeavesTheDrawingAsItWas)
     EXPECT_TRUE(id.isNull());
     EXPECT_EQ(Tools::openDictionary(L"ZEFT_LAYER_MANAGER", AcDb::kForWrite, r12Db, Tools::kCreateIfMissing), nullptr);
     if (standard->isDatabaseResident()) standard.release();
+    EXPECT_FALSE(moduletest::installStandardText(r12Db, moduletest::dataFile("module-default.std"), L"Beltrix.std"));
     EXPECT_EQ(r12Db->dbmod(), dbmod);
     EXPECT_EQ(r12Db->dxfText(), text);
 }
-
-INSTANTIATE_TEST_SUITE_P(Drawings, R12Drawing,
-                         ::testing::Values("", "ezdxf/integration_tests/data/POLI-ALL210_12.DXF",
-                                           "ezdxf/integration_tests/data/cc_dxflib.dxf"));
 
 // ---------------------------------------------------------------------------
 // Lookups of the layer standard
@@ -220,17 +173,12 @@ TEST_F(StandardLookups, DrawingWithoutStandardGivesEmptyResults)
 TEST_F(StandardLookups, WorkingModeAndDraftContextChooseTheRule)
 {
     installStandard();
-    EXPECT_EQ(Util::getStandardFromDictionary(&db), standardId);
     EXPECT_EQ(Util::getFieldsSeparator(&db), L"-");
-    EXPECT_EQ(chosenRule(0, false), L"Model");
-    EXPECT_EQ(chosenRule(1, false), L"Model");
-    EXPECT_EQ(chosenRule(2, false), L"Doc");
-    EXPECT_EQ(chosenRule(1, true), L"Draft");
-    EXPECT_EQ(chosenRule(2, true), L"Draft");
     // Drafting does not stand in for a working mode.
-    EXPECT_EQ(chosenRule(-1, true), L"none");
-    EXPECT_EQ(chosenRule(3, false), L"none");
-    EXPECT_EQ(chosenRule(3, true), L"none");
+    const std::tuple<int, bool, const wchar_t*> cases[] = {
+        {0, false, L"Model"}, {1, false, L"Model"}, {2, false, L"Doc"},  {1, true, L"Draft"},
+        {2, true, L"Draft"},  {-1, true, L"none"},  {3, false, L"none"}, {3, true, L"none"}};
+    for (const auto& [mode, draft, rule] : cases) EXPECT_EQ(chosenRule(mode, draft), rule) << mode << draft;
     Fields fields;
     EXPECT_FALSE(Util::getRuleFromDictionary(&db, ApplicationContext(&db), fields)) << "a fresh context has no mode";
 
@@ -241,30 +189,23 @@ TEST_F(StandardLookups, WorkingModeAndDraftContextChooseTheRule)
     EXPECT_EQ(fields, (Fields{{L"Building Name", L"=BUILDING()", true}, {L"Which", L"Draft", false}}));
 }
 
-TEST_F(StandardLookups, FunctionsByExactNameAndExceptionByClass)
+TEST_F(StandardLookups, FunctionsByExactNameExceptionByClassAndClonesAsFreeCopies)
 {
     installStandard();
     EXPECT_TRUE(Util::getExceptionFromDictionary(&db).isNull());
-    const AcDbObjectId first = append(function(L"BUILDING", L"first").release());
-    const AcDbObjectId exception = append(new ZEFTRuleException);
-    append(function(L"BUILDING", L"second").release());
-    append(new ZEFTRuleException);
-    EXPECT_EQ(Util::getFunctionFromDictionary(&db, L"BUILDING"), first);
-    EXPECT_TRUE(Util::getFunctionFromDictionary(&db, L"Building").isNull());
-    EXPECT_EQ(Util::getExceptionFromDictionary(&db), exception);
-}
-
-TEST_F(StandardLookups, ClonesAreTheCallersFreeCopies)
-{
-    installStandard();
-    append(function(L"F1", L"d1").release());
+    const AcDbObjectId first = append(function(L"F1", L"d1").release());
     append(enumeration(L"Levels", {L"RDC"}).release());
     append(function(L"F2", L"d2").release());
-    append(enumeration(L"LEVELS", {L"upper"}).release());
-    append(enumeration(L"Levels", {L"second"}).release());
     auto* exception = new ZEFTRuleException;
     exception->addPair(L"AcDbViewport", L"Frames");
     const AcDbObjectId exceptionId = append(exception);
+    append(function(L"F1", L"second").release());
+    append(enumeration(L"LEVELS", {L"upper"}).release());
+    append(enumeration(L"Levels", {L"second"}).release());
+    append(new ZEFTRuleException);
+    EXPECT_EQ(Util::getFunctionFromDictionary(&db, L"F1"), first);
+    EXPECT_TRUE(Util::getFunctionFromDictionary(&db, L"f1").isNull());
+    EXPECT_EQ(Util::getExceptionFromDictionary(&db), exceptionId);
 
     std::vector<std::unique_ptr<AcDbObject>> owned;
     ZEFTRuleException* exceptionCopy = nullptr;
@@ -285,11 +226,9 @@ TEST_F(StandardLookups, ClonesAreTheCallersFreeCopies)
 
     Strings names;
     Util::getNamesFromFunctions(functions, names);
-    EXPECT_EQ(names, (Strings{L"", L"F1", L"F2"}));
+    EXPECT_EQ(names, (Strings{L"", L"F1", L"F2", L"F1"}));
     Util::getNamesFromEnums(enums, names);
-    EXPECT_EQ(names, (Strings{L"Levels", L"LEVELS", L"Levels"}));
-    Util::getNamesFromEnums({}, names);
-    EXPECT_TRUE(names.empty());
+    EXPECT_EQ(names, (Strings{L"Levels", L"LEVELS", L"Levels"})) << "replaced, not appended";
 
     Strings values{L"kept"};
     Util::getEnumValues(L"levels", enums, values);

@@ -141,12 +141,7 @@ TEST_F(Reactor, InViewModeEntitiesOfOneClassInOneBatchGetTheirOwnViews)
     for (int i = 0; i < 2; ++i)
         ASSERT_EQ(Editor::addEntry(db, ZEFTProjectKind::kView, names[i], L"", L"", &views[i]), Acad::eOk);
     ASSERT_EQ(Editor::setActiveView(db, AcDbObjectId()), Acad::eOk);
-    const auto before = entities();
-    run("LINE 0,0 1,0\nLINE 0,1 1,1");
-    std::vector<AcDbObjectId> lines;
-    for (const AcDbObjectId& id : entities())
-        if (std::find(before.begin(), before.end(), id) == before.end()) lines.push_back(id);
-    ASSERT_EQ(lines.size(), 2u);
+    const AcDbObjectId lines[2] = {moduletest::addLine(db), moduletest::addLine(db, 1)};
     for (int i = 0; i < 2; ++i) ASSERT_EQ(Editor::assignEntities(db, views[i], {lines[i]}), Acad::eOk);
     Util::lock(L"TEST");
     reactor.addObjectsToProcess({lines[0], lines[1]});

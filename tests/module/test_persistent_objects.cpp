@@ -5,6 +5,7 @@
 
 #include <cwchar>
 #include <map>
+#include <sstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -93,107 +94,60 @@ TEST_F(PersistentObjects, CurrentOlderNewerAndMalformedRecords)
     auto h = [&](int i) { return rules[i].handle().str(); };
     const std::string ids = h(0) + "," + h(1) + "," + h(2);
 
-    // kCurrent: what the object writes back, through either filer; each is
-    // read over the previous one of its class, which it replaces whole.
-    enum Filers { kCurrent, kBoth, kDxf, kBinary };
+    // tests/data/module-records.tsv: one record per line, its fields
+    // separated by tabs, as its header says.
     struct Record {
-        const char* what;
-        const wchar_t* cls;
-        Filers filers;
-        DxfTags items;  // after the subclass marker
-        Acad::ErrorStatus status;
-        std::wstring after;        // describe() after the reading; empty: not checked
-        int code = 0;              // the group code a refusal names
-        std::size_t position = 0;  // where the DXF reading stopped; 0: not checked
+        std::string what, filers;
+        std::wstring cls, after;
+        DxfTags items;
+        Acad::ErrorStatus status = eOk;
+        int code = 0;
+        std::size_t position = 0;
     };
-    const DxfTags nullRules = {{340, "0"}, {340, "0"}, {340, "0"}};
-    auto standard = [&](const char* version, DxfTags rest) {
-        DxfTags items{{70, version}};
-        items.insert(items.end(), nullRules.begin(), nullRules.end());
-        items.insert(items.end(), rest.begin(), rest.end());
-        return items;
+    const auto fields = [](const std::string& line, char separator) {
+        std::vector<std::string> out(1);
+        for (const char c : line) {
+            if (c == separator) out.emplace_back();
+            else out.back().push_back(c);
+        }
+        return out;
     };
-    const Record records[] = {
-        // The flag is as stored, never recomputed from the value.
-        {"rule", L"ZEFTLayerRule", kCurrent, {{70, "2"}, {90, "3"}, {1, "=BUILDING()"}, {70, "1"}, {1, "Building Name"},
-         {1, "=GENERAL TYPE()"}, {70, "0"}, {1, "Element Type"}, {1, ""}, {70, "0"}, {1, ""}}, eOk,
-         L"rule [Building Name|=BUILDING()|f] [Element Type|=GENERAL TYPE()] [|]"},
-        {"empty rule", L"ZEFTLayerRule", kCurrent, {{70, "2"}, {90, "0"}}, eOk, L"rule"},
-        {"rule version 1 had no names", L"ZEFTLayerRule", kBoth,
-         {{70, "1"}, {90, "2"}, {1, "=BUILDING()"}, {70, "1"}, {1, "Lit"}, {70, "0"}}, eOk,
-         L"rule [|=BUILDING()|f] [|Lit]"},
-        {"rule count's 16-bit view: 65537 is 1", L"ZEFTLayerRule", kDxf,
-         {{70, "2"}, {90, "65537"}, {1, "A"}, {70, "1"}, {1, "a"}}, eOk, L"rule [a|A|f]"},
-        {"65535 is -1: no field, no error", L"ZEFTLayerRule", kDxf,
-         {{70, "2"}, {90, "65535"}, {1, "A"}, {70, "1"}, {1, "a"}}, eOk, L"rule"},
-        {"newer rule", L"ZEFTLayerRule", kBoth, {{70, "3"}}, Acad::eMakeMeProxy, L""},
-        {"rule version pushed back", L"ZEFTLayerRule", kDxf, {{71, "2"}}, Acad::eInvalidDxfCode, L"", 70, 1},
-        {"rule count", L"ZEFTLayerRule", kDxf, {{70, "2"}, {91, "1"}}, Acad::eInvalidDxfCode, L"", 90},
-        {"second flag with code 71: the first field stays appended", L"ZEFTLayerRule", kDxf,
-         {{70, "2"}, {90, "2"}, {1, "A"}, {70, "0"}, {1, "a"}, {1, "B"}, {71, "0"}, {1, "b"}}, Acad::eInvalidDxfCode,
-         L"rule [a|A]", 70, 7},
-        {"rule name missing", L"ZEFTLayerRule", kDxf, {{70, "2"}, {90, "1"}, {1, "A"}, {70, "1"}},
-         Acad::eInvalidDxfCode, L"", 1},
-        {"standard", L"ZEFTLayerStandard", kCurrent,
-         {{70, "3"}, {340, h(0)}, {340, h(1)}, {340, h(2)}, {1, "Beltrix"}, {1, "Beltrix.std"}, {1, " - "}}, eOk,
-         L"standard Beltrix|Beltrix.std| -  rules " + dxf::fromUtf8(ids)},
-        {"empty standard", L"ZEFTLayerStandard", kCurrent, standard("3", {{1, ""}, {1, ""}, {1, "_"}}), eOk,
-         L"standard ||_ rules null,null,null"},
-        {"standard version 1", L"ZEFTLayerStandard", kBoth, standard("1", {}), eOk,
-         L"standard ||_ rules null,null,null"},
-        {"standard version 2 had no separator", L"ZEFTLayerStandard", kBoth,
-         standard("2", {{1, "Old"}, {1, "Old.std"}}), eOk, L"standard Old|Old.std|_ rules null,null,null"},
-        {"newer standard", L"ZEFTLayerStandard", kBoth, {{70, "4"}}, Acad::eMakeMeProxy, L""},
-        {"standard version", L"ZEFTLayerStandard", kDxf, {{90, "3"}}, Acad::eInvalidDxfCode, L"", 70},
-        {"standard's second rule", L"ZEFTLayerStandard", kDxf, {{70, "3"}, {340, "0"}, {330, "0"}},
-         Acad::eInvalidDxfCode, L"", 340, 3},
-        {"standard's separator", L"ZEFTLayerStandard", kDxf, standard("3", {{1, "n"}, {1, "f"}}),
-         Acad::eInvalidDxfCode, L"", 1},
-        {"enum, duplicates kept", L"ZEFTRuleEnum", kCurrent,
-         {{70, "1"}, {1, "Levels"}, {90, "3"}, {1, "RDC"}, {1, "R+1"}, {1, "RDC"}}, eOk, L"enum Levels: RDC R+1 RDC"},
-        {"empty enum", L"ZEFTRuleEnum", kCurrent, {{70, "1"}, {1, ""}, {90, "0"}}, eOk, L"enum :"},
-        {"newer enum", L"ZEFTRuleEnum", kBoth, {{70, "2"}}, Acad::eMakeMeProxy, L""},
-        {"enum count", L"ZEFTRuleEnum", kDxf, {{70, "1"}, {1, "n"}, {91, "1"}, {1, "v"}}, Acad::eInvalidDxfCode, L"", 90},
-        {"enum value missing", L"ZEFTRuleEnum", kDxf, {{70, "1"}, {1, "n"}, {90, "2"}, {1, "v"}},
-         Acad::eInvalidDxfCode, L"", 1},
-        {"enum count 65538 is 2", L"ZEFTRuleEnum", kDxf, {{70, "1"}, {1, "n"}, {90, "65538"}, {1, "v"}, {1, "w"}}, eOk,
-         L"enum n: v w"},
-        {"function", L"ZEFTRuleFunction", kCurrent, {{70, "2"}, {1, "MATERIAL"}, {90, "2"}, {1, "AcDbLine"},
-         {1, "Steel"}, {1, "AcDbCircle"}, {1, ""}, {1, "Other"}}, eOk,
-         L"function MATERIAL|Other: AcDbLine=Steel AcDbCircle="},
-        {"function without pairs", L"ZEFTRuleFunction", kCurrent, {{70, "2"}, {1, ""}, {90, "0"}, {1, "Only"}}, eOk,
-         L"function |Only:"},
-        // Version 1 had no default value: binary reads without it, the text expects it whatever the version.
-        {"function version 1", L"ZEFTRuleFunction", kBinary, {{70, "1"}, {1, "F"}, {90, "1"}, {1, "k"}, {1, "v"}}, eOk,
-         L"function F|: k=v"},
-        {"function version 1 in text", L"ZEFTRuleFunction", kDxf, {{70, "1"}, {1, "F"}, {90, "1"}, {1, "k"}, {1, "v"}},
-         Acad::eInvalidDxfCode, L"", 1},
-        {"function version 1 in text, with a default", L"ZEFTRuleFunction", kDxf,
-         {{70, "1"}, {1, "F"}, {90, "0"}, {1, "d"}}, eOk, L"function F|d:"},
-        {"newer function", L"ZEFTRuleFunction", kBoth, {{70, "3"}}, Acad::eMakeMeProxy, L""},
-        {"function version", L"ZEFTRuleFunction", kDxf, {{280, "2"}}, Acad::eInvalidDxfCode, L"", 70},
-        {"function count", L"ZEFTRuleFunction", kDxf, {{70, "2"}, {1, "F"}, {70, "0"}}, Acad::eInvalidDxfCode, L"", 90},
-        {"function value", L"ZEFTRuleFunction", kDxf, {{70, "2"}, {1, "F"}, {90, "1"}, {1, "k"}, {2, "v"}},
-         Acad::eInvalidDxfCode, L"", 1},
-        {"exception", L"ZEFTRuleException", kCurrent,
-         {{70, "1"}, {90, "2"}, {1, "AcDbViewport"}, {1, "Frames"}, {1, "AcDbViewport"}, {1, "Auto..."}}, eOk,
-         L"exception: AcDbViewport=Frames AcDbViewport=Auto..."},
-        {"empty exception", L"ZEFTRuleException", kCurrent, {{70, "1"}, {90, "0"}}, eOk, L"exception:"},
-        {"newer exception", L"ZEFTRuleException", kBoth, {{70, "2"}}, Acad::eMakeMeProxy, L""},
-        {"exception count", L"ZEFTRuleException", kDxf, {{70, "1"}, {1, "k"}}, Acad::eInvalidDxfCode, L"", 90},
-        {"exception value", L"ZEFTRuleException", kDxf, {{70, "1"}, {90, "1"}, {1, "k"}, {3, "v"}},
-         Acad::eInvalidDxfCode, L"", 1},
+    const std::pair<std::string, std::string> tokens[] = {{"$ids", ids}, {"$0", h(0)}, {"$1", h(1)}, {"$2", h(2)}};
+    const auto handles = [&](std::string text) {
+        for (const auto& [token, value] : tokens)
+            for (std::size_t at; (at = text.find(token)) != std::string::npos;) text.replace(at, token.size(), value);
+        return text;
     };
-    std::map<std::wstring, std::unique_ptr<AcDbObject>> current[2];  // per filer and class
+    const std::map<std::string, Acad::ErrorStatus> statuses = {
+        {"eOk", eOk}, {"eMakeMeProxy", Acad::eMakeMeProxy}, {"eInvalidDxfCode", Acad::eInvalidDxfCode}};
+    std::vector<Record> records;
+    std::istringstream table(moduletest::dataFile("module-records.tsv"));
+    for (std::string line; std::getline(table, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        std::vector<std::string> f = fields(line, '\t');
+        f.resize(8);
+        Record r{f[0], f[2], dxf::fromUtf8(f[1]), dxf::fromUtf8(handles(f[5])), {}, statuses.at(f[4])};
+        for (const std::string& item : fields(f[3], '|')) {
+            const std::size_t colon = item.find(':');
+            r.items.push_back({std::stoi(item.substr(0, colon)), handles(item.substr(colon + 1))});
+        }
+        r.code = f[6].empty() ? 0 : std::stoi(f[6]);
+        r.position = f[7].empty() ? 0 : std::stoul(f[7]);
+        records.push_back(std::move(r));
+    }
+    ASSERT_EQ(records.size(), 38u);
+    std::map<std::wstring, std::unique_ptr<AcDbObject>> objects[2];  // per filer and class
     for (const Record& r : records) {
         SCOPED_TRACE(r.what);
+        const bool current = r.filers == "current";
         for (int b : {0, 1}) {
-            if ((b && r.filers == kDxf) || (!b && r.filers == kBinary)) continue;
+            if ((b && r.filers == "dxf") || (!b && r.filers == "binary")) continue;
             std::unique_ptr<AcDbObject> fresh;
-            std::unique_ptr<AcDbObject>& obj = r.filers == kCurrent ? current[b][r.cls] : fresh;
-            if (!obj) obj = make(r.cls);
+            std::unique_ptr<AcDbObject>& obj = current ? objects[b][r.cls] : fresh;
+            if (!obj) obj = make(r.cls.c_str());
             AcDbMemoryFiler stream = binary(r.items, &db);
-            const DxfRead read = b ? DxfRead{obj->dwgInFields(&stream), L"", 0} : dxfIn(*obj, withMarker(r.cls, r.items), &db);
+            const DxfRead read =
+                b ? DxfRead{obj->dwgInFields(&stream), L"", 0} : dxfIn(*obj, withMarker(r.cls.c_str(), r.items), &db);
             EXPECT_EQ(read.status, r.status);
             if (!r.after.empty()) {
                 EXPECT_EQ(describe(*obj), r.after);
@@ -204,8 +158,8 @@ TEST_F(PersistentObjects, CurrentOlderNewerAndMalformedRecords)
             if (b == 0 && r.position) {
                 EXPECT_EQ(read.position, r.position);
             }
-            if (r.filers == kCurrent) {
-                EXPECT_EQ(dxfOut(*obj, &db), withMarker(r.cls, r.items));
+            if (current) {
+                EXPECT_EQ(dxfOut(*obj, &db), withMarker(r.cls.c_str(), r.items));
                 EXPECT_EQ(dwgBytes(*obj, &db), binary(r.items, &db, *obj).bytes());
             }
         }
