@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +13,7 @@
 
 #include "host/database.h"
 #include "host/dbclasses.h"
+#include "host/document.h"
 #include "host/dxf/dxftext.h"
 
 using Tags = std::vector<std::pair<int, std::string>>;
@@ -20,6 +22,39 @@ inline std::string readFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline std::vector<std::string> split(const std::string& s, char sep)
+{
+    std::vector<std::string> out;
+    std::istringstream in(s);
+    for (std::string part; std::getline(in, part, sep);) out.push_back(part);
+    return out;
+}
+
+// The rows of a table file, as cells between tabs; blank lines and "#" comments are skipped.
+inline std::vector<std::vector<std::string>> tableRows(const std::string& path)
+{
+    std::vector<std::vector<std::string>> rows;
+    for (const std::string& line : split(readFile(path), '\n'))
+        if (!line.empty() && line[0] != '#') rows.push_back(split(line + "\t", '\t'));
+    EXPECT_FALSE(rows.empty()) << path;
+    return rows;
+}
+
+// A system variable of the current document as an integer; -99 when there is none.
+inline int var(const wchar_t* name)
+{
+    ResBuf v;
+    return acedGetVar(name, v) ? int(v.rint()) : -99;
+}
+
+// A class and its parents, as "Leaf < Parent < ... < AcRxObject".
+inline std::string lineage(const AcRxClass* c)
+{
+    std::string out;
+    for (; c; c = c->myParent()) out += (out.empty() ? "" : " < ") + dxf::toUtf8(c->name());
+    return out;
 }
 
 inline std::string sampleText() { return readFile(ZEFT_SOURCE_DIR "/examples/sample.dxf"); }
@@ -102,16 +137,22 @@ inline AcDbObjectId idAt(const AcDbDatabase& db, const char* handle)
     return db.idOf(h);
 }
 
-// An object (a new dictionary unless given) added under `key` of the
-// named-objects dictionary, and closed.
-inline AcDbObjectId addNamedObject(AcDbDatabase& db, const wchar_t* key, AcDbObject* object = nullptr)
+// An object (a new record unless given) added under `key` of a dictionary
+// (null: a generated key), and closed.
+inline AcDbObjectId addEntry(AcDbDictionary* dict, const wchar_t* key, AcDbObject* object = nullptr)
 {
-    if (!object) object = new AcDbDictionary;
-    AcDbObjectPointer<AcDbDictionary> nod(db.namedObjectsDictionaryId(), AcDb::kForWrite);
+    if (!object) object = new AcDbXrecord;
     AcDbObjectId id;
-    EXPECT_EQ(nod->setAt(key, object, id), Acad::eOk);
+    EXPECT_EQ(dict->setAt(key, object, id), Acad::eOk);
     object->close();
     return id;
+}
+
+// A new dictionary added under `key` of the named-objects dictionary, and closed.
+inline AcDbObjectId addNamedObject(AcDbDatabase& db, const wchar_t* key)
+{
+    AcDbObjectPointer<AcDbDictionary> nod(db.namedObjectsDictionaryId(), AcDb::kForWrite);
+    return addEntry(nod.object(), key, new AcDbDictionary);
 }
 
 // A line appended to model space or the given block record.

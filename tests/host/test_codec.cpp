@@ -2,6 +2,7 @@
 // checked with the corpus (test_corpus.cpp).
 #include "host/dxf/codec.h"
 #include "host/dxf/dxftext.h"
+#include "tests/host/builders.h"
 
 #include <gtest/gtest.h>
 
@@ -36,26 +37,13 @@ TEST(Codec, VersionAndCodePageChooseTheEncoding) {
 }
 
 TEST(Codec, KnownCharactersOfSeveralPages) {
-    const struct {
-        const char* page;
+    for (const auto& row : tableRows(ZEFT_SOURCE_DIR "/tests/data/host-codepages.tsv")) {
+        SCOPED_TRACE(row.at(0));
         std::string bytes;
-        std::wstring text;
-    } cases[] = {
-        {"ANSI_1252", "Mod\xe8le", L"Mod\u00e8le"},
-        {"DOS850", "\x90" "bauche \xa4", L"\u00c9bauche \u00f1"},
-        {"dos437", "\xe1\xfb", L"\u00df\u221a"},
-        {"ANSI_1256", "\xd8\xc8\xde\xc9", L"\u0637\u0628\u0642\u0629"},
-        {"ANSI_1251", "\xd1\xeb\xee\xe9", L"\u0421\u043b\u043e\u0439"},
-        {"MAC-ROMAN", "Caf\x8e \xdb", L"Caf\u00e9 \u20ac"},
-        {"dos932", "\x90\x7d\x96\xca ABC", L"\u56f3\u9762 ABC"},
-        {"ANSI_936", "\xb2\xe3", L"\u5c42"},
-        {"ANSI_949", "\xb7\xb9\xc0\xcc\xbe\xee", L"\ub808\uc774\uc5b4"},
-        {"ANSI_950", "\xb9\xcf", L"\u5716"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.page);
-        EXPECT_EQ(page(c.page).decode(c.bytes), c.text);
-        EXPECT_EQ(page(c.page).encode(c.text), c.bytes);
+        for (std::size_t i = 0; i + 1 < row.at(1).size(); i += 2)
+            bytes += static_cast<char>(std::stoi(row[1].substr(i, 2), nullptr, 16));
+        EXPECT_EQ(page(row[0]).decode(bytes), dxf::fromUtf8(row.at(2)));
+        EXPECT_EQ(page(row[0]).encode(dxf::fromUtf8(row[2])), bytes);
     }
 }
 

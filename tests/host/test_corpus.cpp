@@ -4,10 +4,10 @@
 // must fail with a message that names the file and the line.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <map>
-#include <sstream>
 
 #include "tests/host/builders.h"
 
@@ -35,18 +35,11 @@ void PrintTo(const CorpusFile& f, std::ostream* os) { *os << (f.path.empty() ? "
 // (empty path) when the corpus is not there, so that the run reports a skip.
 std::vector<CorpusFile> corpusFiles()
 {
-    std::istringstream in(readFile(kCorpusDir + "/manifest.tsv"));
-    std::vector<std::vector<std::string>> rows;
-    for (std::string line; std::getline(in, line);) {
-        std::istringstream cells(line + "\t");
-        rows.emplace_back();
-        for (std::string cell; std::getline(cells, cell, '\t');) rows.back().push_back(cell);
-    }
+    const auto rows = tableRows(kCorpusDir + "/manifest.tsv");
     std::vector<CorpusFile> out;
     auto cell = [&](const std::vector<std::string>& row, const std::string& name) {
-        for (std::size_t i = 0; i < rows[0].size(); ++i)
-            if (rows[0][i] == name && i < row.size()) return row[i];
-        return std::string();
+        const auto at = std::find(rows[0].begin(), rows[0].end(), name);
+        return std::size_t(at - rows[0].begin()) < row.size() ? row[std::size_t(at - rows[0].begin())] : "";
     };
     for (std::size_t r = 1; r < rows.size(); ++r)
         if (cell(rows[r], "ezdxf_load") == "ok" && !cell(rows[r], "path").empty())
@@ -55,7 +48,7 @@ std::vector<CorpusFile> corpusFiles()
     return out;
 }
 
-// "" when equal, else where the two tag lists part, with a few tags of context.
+// "" when equal, else the first tag where the two differ, with where it is in each.
 std::string firstDifference(const dxf::DrawingText& in, const dxf::DrawingText& out)
 {
     std::vector<std::size_t> inOff, outOff;
@@ -63,17 +56,11 @@ std::string firstDifference(const dxf::DrawingText& in, const dxf::DrawingText& 
     std::size_t i = 0;
     while (i < a.size() && i < b.size() && a[i] == b[i]) ++i;
     if (i == a.size() && i == b.size()) return "";
-    std::ostringstream msg;
-    msg << "tag " << i << " differs (input " << a.size() << " tags, output " << b.size() << " tags)\n";
-    auto show = [&](const char* what, const Tags& t, const std::vector<std::size_t>& off, const dxf::DrawingText& d) {
-        msg << what << (i < t.size() ? " at " + d.where(off[i]) : "") << ":";
-        for (std::size_t k = i >= 3 ? i - 3 : 0; k < std::min(t.size(), i + 3); ++k)
-            msg << (k == i ? "  >>" : "  ") << t[k].first << "='" << t[k].second << "'";
-        msg << "\n";
+    auto at = [i](const Tags& t, const std::vector<std::size_t>& off, const dxf::DrawingText& d) {
+        if (i == t.size()) return std::string("the end");
+        return d.where(off[i]) + ": " + std::to_string(t[i].first) + "='" + t[i].second + "'";
     };
-    show("input", a, inOff, in);
-    show("output", b, outOff, out);
-    return msg.str();
+    return "tag " + std::to_string(i) + " differs: input " + at(a, inOff, in) + ", output " + at(b, outOff, out);
 }
 
 // The drawing writes the tags of `input` and the written text reads back and
@@ -102,13 +89,11 @@ TEST_P(CorpusDrawing, WritesBackTagForTagAndIdempotently)
     if (!fs::exists(file)) GTEST_SKIP() << file << " is listed in the manifest but missing";
     if (auto r = kRefused.find(GetParam().path); r != kRefused.end()) {
         // "FILE: line N: ..." naming the reason.
-        const std::string msg = errorOf([&] { AcDbDatabase::readDxf(file); });
-        ASSERT_EQ(msg.rfind(file, 0), 0u) << "should be refused: " << r->second << ": " << msg;
-        const std::string rest = msg.substr(file.size());
-        const std::size_t digits = rest.find_first_not_of("0123456789", 7);
-        EXPECT_TRUE(rest.rfind(": line ", 0) == 0 && digits > 7 && rest[7] != '0' && rest.compare(digits, 2, ": ") == 0)
-            << msg;
-        EXPECT_NE(rest.find(r->second, digits), std::string::npos) << msg;
+        const std::string msg = errorOf([&] { AcDbDatabase::readDxf(file); }), head = file + ": line ";
+        ASSERT_EQ(msg.rfind(head, 0), 0u) << "should be refused: " << r->second << ": " << msg;
+        const std::size_t end = msg.find_first_not_of("0123456789", head.size());
+        EXPECT_TRUE(end > head.size() && msg[head.size()] != '0' && msg.compare(end, 2, ": ") == 0) << msg;
+        EXPECT_NE(msg.find(r->second, end), std::string::npos) << msg;
         return;
     }
     std::unique_ptr<AcDbDatabase> db;

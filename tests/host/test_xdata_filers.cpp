@@ -5,15 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cwctype>
-#include <random>
 
 namespace {
 
 using namespace Acad;
 using AcDb::kForRead;
 using AcDb::kForWrite;
-using Texts = std::vector<std::wstring>;
 
 ResBuf item(short code, std::int64_t integer, std::vector<std::uint8_t> binary = {}, AcDbHandle handle = {}) {
     ResBuf r;
@@ -36,36 +33,29 @@ ResBufList everyKind(AcDbHandle h) {
             ResBuf::text(1002, L"}")};
 }
 
-// Compares the value each item's code carries.
-void expectSame(const ResBufList& got, ResBufList want) {
-    ASSERT_EQ(got.size(), want.size());
-    for (std::size_t i = 0; i < got.size(); ++i) {
-        const ResBuf &g = got[i], &w = want[i];
-        const int c = w.restype;
-        SCOPED_TRACE(c);
-        EXPECT_EQ(g.restype, c);
-        if (c >= 1010 && c <= 1013) {
-            EXPECT_EQ(g.point, w.point);
-        } else if (c >= 1040 && c <= 1042) {
-            EXPECT_EQ(g.real, w.real);
-        } else if (c >= 1070) {
-            EXPECT_EQ(g.integer, c == 1070 ? w.rint() : w.integer);
-        } else if (c == 1004 || c == 1005) {
-            EXPECT_TRUE(g.binary == w.binary && g.handle == w.handle);
-        } else {
-            EXPECT_EQ(g.str, w.str);
-        }
+// An item as its code and the value its code carries, application names
+// upper-cased: they compare without case.
+std::string show(const ResBuf& r) {
+    const std::string p = dxf::formatDouble(r.point.x) + "," + dxf::formatDouble(r.point.y) + "," +
+                          dxf::formatDouble(r.point.z);
+    switch (dxf::valueType(r.restype)) {
+    case dxf::ValueType::Double: return r.restype % 1000 < 40 ? p : dxf::formatDouble(r.real);
+    case dxf::ValueType::Binary: return std::string(r.binary.begin(), r.binary.end());
+    case dxf::ValueType::Handle: return r.handle.str();
+    case dxf::ValueType::String: return dxf::toUtf8(r.restype == 1001 ? acdbToUpper(r.str) : r.str);
+    default: return std::to_string(r.integer);
     }
 }
 
-// The texts of the items, upper-cased: application names compare without case.
-Texts texts(const ResBufList& items) {
-    Texts out;
-    for (const ResBuf& r : items) {
-        out.push_back(r.str);
-        for (wchar_t& c : out.back()) c = wchar_t(std::towupper(c));
+// Items as read back compare as given, 16-bit codes with 16 bits.
+void expectSame(const ResBufList& got, const ResBufList& want) {
+    std::vector<std::string> g, w;
+    for (const ResBuf& r : got) g.push_back(std::to_string(r.restype) + " " + show(r));
+    for (ResBuf r : want) {
+        if (dxf::valueType(r.restype) == dxf::ValueType::Int16) r.integer = r.rint();
+        w.push_back(std::to_string(r.restype) + " " + show(r));
     }
-    return out;
+    EXPECT_EQ(g, w);
 }
 
 TEST(XData, EveryItemKindRoundTrips) {
@@ -93,23 +83,21 @@ TEST(XData, ReplacesOnlyTheGroupsOfTheApplicationsGiven) {
     auto t = [](short code, const wchar_t* s) { return ResBuf::text(code, s); };
     ASSERT_EQ(line->setXData({t(1001, L"AppA"), t(1000, L"a1"), t(1001, L"AppB"), t(1000, L"b1")}), eOk);
     ASSERT_EQ(line->setXData({t(1001, L"appb"), t(1000, L"b2")}), eOk);
-    EXPECT_EQ(texts(line->xData()), (Texts{L"APPA", L"A1", L"APPB", L"B2"}));
+    expectSame(line->xData(), {t(1001, L"AppA"), t(1000, L"a1"), t(1001, L"AppB"), t(1000, L"b2")});
     // Of two groups of one application the last wins.
     ASSERT_EQ(line->setXData({t(1001, L"AppA"), t(1000, L"first"), t(1001, L"AppC"), t(1000, L"c1"), t(1001, L"AppA"),
                               t(1000, L"second")}),
               eOk);
-    EXPECT_EQ(texts(line->xData(L"AppA")), (Texts{L"APPA", L"SECOND"}));
-    EXPECT_EQ(texts(line->xData(L"AppC")), (Texts{L"APPC", L"C1"}));
+    expectSame(line->xData(L"AppA"), {t(1001, L"AppA"), t(1000, L"second")});
     // A group with only its name removes it.
     ASSERT_EQ(line->setXData({t(1001, L"AppA")}), eOk);
-    EXPECT_TRUE(line->xData(L"AppA").empty());
-    const Texts kept = {L"APPB", L"B2", L"APPC", L"C1"};
-    EXPECT_EQ(texts(line->xData()), kept);
+    const ResBufList kept = {t(1001, L"AppB"), t(1000, L"b2"), t(1001, L"AppC"), t(1000, L"c1")};
+    expectSame(line->xData(), kept);
     // Lists that do not start with an application, hold other codes or name a bad application change nothing.
     EXPECT_EQ(line->setXData({t(1000, L"orphan")}), eInvalidInput);
     EXPECT_EQ(line->setXData({t(1001, L"AppB"), item(62, 1)}), eInvalidInput);
     EXPECT_EQ(line->setXData({t(1001, L"bad|app"), t(1000, L"x")}), eInvalidInput);
-    EXPECT_EQ(texts(line->xData()), kept);
+    expectSame(line->xData(), kept);
 }
 
 TEST(MemoryFiler, ValuesRoundTripAndReadsPastTheEndGiveZeros) {
@@ -165,7 +153,7 @@ TEST(MemoryFiler, ValuesRoundTripAndReadsPastTheEndGiveZeros) {
     EXPECT_EQ(there.readSoftPointerId(&soft), eFilerError);  // filed as another kind
 }
 
-TEST(MemoryFiler, GarbageAndTruncatedRecordsNeverCrash) {
+TEST(MemoryFiler, TruncatedRecordsAreRefused) {
     AcDbDatabase db;
     AcDbMemoryFiler good(&db);
     {
@@ -180,23 +168,7 @@ TEST(MemoryFiler, GarbageAndTruncatedRecordsNeverCrash) {
         AcDbLine line;
         EXPECT_NE(line.dwgInFields(&cut), eOk) << n;
     }
-    std::mt19937 rng(20240601);
-    for (int round = 0; round < 300; ++round) {
-        std::vector<std::uint8_t> bytes(rng() % 80);
-        for (auto& c : bytes) c = std::uint8_t(rng() % 4 == 0 ? 0xFF : rng());
-        AcDbMemoryFiler f(&db);
-        f.setBytes(bytes);
-        AcDbLine line;
-        line.dwgInFields(&f);
-        f.setBytes(bytes);
-        std::wstring s;
-        std::vector<std::uint8_t> v;
-        AcDbObjectId id;
-        f.readString(s);
-        f.readBytes(v);
-        f.readSoftPointerId(&id);
-        EXPECT_LE(s.size() * 4 + v.size(), bytes.size());
-    }
+    // Random bytes are fuzz_binary_filer's.
 }
 
 TEST(Clone, CopiesTagsAndXDataOutsideTheDatabase) {
@@ -239,14 +211,14 @@ TEST(Xrecord, DataBetweenHeadAndXDataRoundTripsThroughDxf) {
                              ResBuf::int32(90, 70000), ResBuf::real64(40, 0.25), ResBuf::pt(10, {1, 2, 3}),
                              ResBuf::int16(290, 1), ResBuf::objectId(340, zero), item(341, 0, {}, dangling)};
     const ResBufList xdata = {ResBuf::text(1001, L"ZeftApp"), ResBuf::text(1000, L"kept")};
-    auto check = [&](const AcDbXrecord* rec, std::size_t extra) {
+    ResBufList more = data;
+    more.push_back(ResBuf::text(1, L"more"));
+    auto check = [&](const AcDbXrecord* rec, const ResBufList& want) {
         const ResBufList got = rec->rbChain();
-        ASSERT_EQ(got.size(), data.size() + extra);
-        EXPECT_TRUE(got[0].rint() == -2 && got[1].str == data[1].str && got[2].rlong() == 70000);
-        EXPECT_TRUE(got[3].real == 0.25 && got[4].point == (AcGePoint3d{1, 2, 3}) && got[5].integer == 1);
-        EXPECT_EQ(got[6].handle, zero.handle());
-        EXPECT_EQ(rec->database()->idOf(got[6].handle), got[6].id);
-        EXPECT_TRUE(got[7].handle == dangling && got[7].id.isNull());
+        expectSame(got, want);
+        ASSERT_GE(got.size(), 8u);
+        EXPECT_EQ(rec->database()->idOf(zero.handle()), got[6].id);
+        EXPECT_TRUE(got[7].id.isNull());
         expectSame(rec->xData(L"ZeftApp"), xdata);
     };
     const AcDbObjectId dictId = addNamedObject(db, L"ZEFT");
@@ -263,8 +235,7 @@ TEST(Xrecord, DataBetweenHeadAndXDataRoundTripsThroughDxf) {
             EXPECT_EQ(rec->setFromRbChain({ResBuf::text(bad, L"x")}), eInvalidInput) << bad;
         EXPECT_EQ(rec->appendRbChain({ResBuf::text(1001, L"x")}), eInvalidInput);
         ASSERT_EQ(rec->appendRbChain({ResBuf::text(1, L"more")}), eOk);  // before the extended data
-        check(rec.object(), 1);
-        EXPECT_EQ(rec->rbChain().back().str, L"more");
+        check(rec.object(), more);
         EXPECT_TRUE(db.idOf(dangling).isNull());  // reading made no object for it
         AcDbObjectPointer<AcDbXrecord> second(new AcDbXrecord);
         ASSERT_EQ(dict->setAt(L"second", second.object(), secondId), eOk);
@@ -279,9 +250,9 @@ TEST(Xrecord, DataBetweenHeadAndXDataRoundTripsThroughDxf) {
     ASSERT_TRUE(dict);
     AcDbObjectPointer<AcDbXrecord> rec(dict->firstEntryId(), kForWrite);
     ASSERT_TRUE(rec);
-    check(rec.object(), 1);
+    check(rec.object(), more);
     ASSERT_EQ(rec->setFromRbChain(data), eOk);
-    check(rec.object(), 0);
+    check(rec.object(), data);
     EXPECT_EQ(rec->record().tags()[0].value, "XRECORD");
 }
 
@@ -306,12 +277,11 @@ TEST(DxfFiler, ReadingItems) {
     f.resetFilerStatus();
     EXPECT_TRUE(f.atSubClassData(L"ZtThing"));
     // Each item as its code's type reads it; 16-bit reads of 32-bit values wrap.
-    std::vector<ResBuf> items(6);
+    ResBufList items(6);
     for (ResBuf& r : items) ASSERT_EQ(f.readItem(r), eOk);
-    EXPECT_EQ(items[0].point, (AcGePoint3d{1, 2, 3}));
-    EXPECT_TRUE(items[1].rlong() == 65537 && items[1].rint() == 1);
-    EXPECT_TRUE(items[2].rlong() == 40000 && items[2].rint() == -25536);
-    EXPECT_TRUE(items[3].rint() == -2 && items[4].real == 0.5 && items[5].id == zero);
+    expectSame(items, {ResBuf::pt(10, {1, 2, 3}), ResBuf::int32(90, 65537), ResBuf::int32(90, 40000),
+                       ResBuf::int16(70, -2), ResBuf::real64(40, 0.5), ResBuf::objectId(330, zero)});
+    EXPECT_TRUE(items[2].rint() == -25536 && items[5].id == zero);
     EXPECT_TRUE(f.atExtendedData());
     ASSERT_EQ(f.readItem(rb), eOk);
     EXPECT_TRUE(f.atEOF());
