@@ -125,6 +125,13 @@ class Case(unittest.TestCase):
     def path(self, name):
         return os.path.join(self.dir, name)
 
+    def write(self, name, data):
+        """A file of the test's folder holding data (text is written as UTF-8)."""
+        path = self.path(name)
+        with open(path, "wb") as f:
+            f.write(data.encode("utf-8") if isinstance(data, str) else data)
+        return path
+
     def copy(self, source, name):
         """A writable copy of a drawing in the test's folder."""
         path = self.path(name)
@@ -149,8 +156,32 @@ class Case(unittest.TestCase):
         self.assertEqual(proc.stdout, "")
         return proc
 
+    def refused_untouched(self, args, code, message, drawing):
+        """refused(), and DRAWING (when it exists) keeps its bytes and its time."""
+        def state():
+            return (read_bytes(drawing), os.stat(drawing).st_mtime_ns) if os.path.exists(drawing) else None
+        before = state()
+        proc = self.refused(args, code, message)
+        self.assertEqual(state(), before, "the drawing was changed")
+        return proc
+
     def refusals(self, rows):
         """A table of (args, exit code, message) rows, one subtest each."""
         for args, code, message in rows:
             with self.subTest(args=args):
                 self.refused(args, code, message)
+
+
+class PreparedCase(Case):
+    """Tests that share the prepared sample, made once per class by
+    examples/prepare_sample.sh: the default standard, a project, levels."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.shared = tempfile.mkdtemp(prefix="zeft-prepared-")
+        cls.addClassCleanup(shutil.rmtree, cls.shared, ignore_errors=True)
+        cls.data = os.path.join(cls.shared, "data")
+        cls.sample = os.path.join(cls.shared, "sample.dxf")
+        prepare = os.path.join(SOURCE_DIR, "examples", "prepare_sample.sh")
+        proc = run([prepare, ZEFT, cls.data, cls.sample], timeout=120)
+        assert proc.returncode == 0, proc.stderr

@@ -7,14 +7,12 @@ same, and draws in LibreCAD; inputs that must not change do not."""
 import csv
 import json
 import os
-import shutil
 import tempfile
 import unittest
 
 import common
-from common import ZEFT, ezdxf
+from common import ezdxf
 
-PREPARE = os.path.join(common.SOURCE_DIR, "examples", "prepare_sample.sh")
 # (what the drawing exercises, path in the corpus, whether LibreCAD draws anything of it)
 CORPUS = [
     ("AC1015 with extended data of other applications", "dxf/sample-files/dxf/ezdxf/Spline_R2000.dxf", True),
@@ -43,19 +41,7 @@ def highest_handle(data):
                if codes[i] in (b"5", b"105") and codes[i - 1] == b"0")
 
 
-class Apply(common.Case):
-    @classmethod
-    def setUpClass(cls):
-        cls.shared = tempfile.mkdtemp(prefix="zeft-apply-")
-        cls.data = os.path.join(cls.shared, "data")
-        cls.sample = os.path.join(cls.shared, "sample.dxf")
-        proc = common.run([PREPARE, ZEFT, cls.data, cls.sample], timeout=120)
-        assert proc.returncode == 0, proc.stderr
-
-    @classmethod
-    def tearDownClass(cls):
-        shutil.rmtree(cls.shared, ignore_errors=True)
-
+class Apply(common.PreparedCase):
     def targets(self, drawing):
         """What `names` says the layering does with each entity."""
         return {e["handle"]: e for e in json.loads(self.ok("names", drawing, "--json").stdout)["entities"]}

@@ -1,38 +1,17 @@
 #!/usr/bin/python3
-"""`zeftlayer names` on the sample drawing given the default standard and a
-project: the names a person expects, the reasons for entities left alone,
+"""`zeftlayer names` on the prepared sample (the default standard and a
+project): the names a person expects, the reasons for entities left alone,
 a preview through another standard, and bad input. The drawing is never
 written. The data folder comes from $BELTRIX_DATA here."""
 import json
 import os
-import shutil
-import tempfile
 import unittest
 
 import common
 from common import ZEFT, ezdxf
 
 
-class Names(common.Case):
-    @classmethod
-    def setUpClass(cls):
-        cls.shared = tempfile.mkdtemp(prefix="zeft-names-")
-        cls.data = os.path.join(cls.shared, "data")
-        cls.drawing = os.path.join(cls.shared, "sample.dxf")
-        steps = [["install", common.SAMPLE, "Beltrix", "-o", cls.drawing],
-                 ["project", cls.drawing, "set", "--project", "Maison", "--building", "Bâtiment A", "--mode", "level"],
-                 ["project", cls.drawing, "level", "add", "Niveau 0"],
-                 ["project", cls.drawing, "level", "add", "Niveau 1"],
-                 ["project", cls.drawing, "level", "assign", "Niveau 1", "--layer", "WALLS"],
-                 ["project", cls.drawing, "set", "--active", "Niveau 0"]]
-        for args in steps:
-            proc = common.run([ZEFT, *args], env={"BELTRIX_DATA": cls.data})
-            assert proc.returncode == 0, f"{args}: {proc.stderr}"
-
-    @classmethod
-    def tearDownClass(cls):
-        shutil.rmtree(cls.shared, ignore_errors=True)
-
+class Names(common.PreparedCase):
     def zeft(self, *args, timeout=60):
         return common.run([ZEFT, *args], timeout=timeout, env={"BELTRIX_DATA": self.data})
 
@@ -43,8 +22,8 @@ class Names(common.Case):
         return {e["handle"]: e for e in json.loads(proc.stdout)["entities"]}
 
     def test_names_from_the_default_standard_and_the_project(self):
-        rows = self.names(self.drawing)
-        doc = ezdxf.readfile(self.drawing)
+        rows = self.names(self.sample)
+        doc = ezdxf.readfile(self.sample)
         walls = [e.dxf.handle for e in doc.modelspace() if common.layer_of(e) == "WALLS"]
         self.assertTrue(walls)
         self.assertEqual({rows[h]["target"] for h in walls}, {"Bâtiment A. Niveau 1"})
@@ -58,7 +37,7 @@ class Names(common.Case):
         # Every entity of model space and of the current layout, none of the blocks.
         self.assertEqual(len(rows), len(doc.modelspace()) + len(doc.layouts.active_layout()))
 
-        text = self.ok("names", self.drawing).stdout
+        text = self.ok("names", self.sample).stdout
         self.assertIn("Standard: Beltrix", text)
         self.assertIn('building "Bâtiment A", working mode 0', text)
 
@@ -73,7 +52,7 @@ class Names(common.Case):
                         f"[Separator]\nValue=-\nWhiteSpaceAfter=0\n[Function_1]\nName=KIND\nDefault={kind}\n"
                         "Key_1=NoSuchClass\nValue_1=x\n")
         mine = self.path("mine.dxf")
-        self.ok("install", self.drawing, "Mine", "-o", mine)
+        self.ok("install", self.sample, "Mine", "-o", mine)
         targets = {r["target"] for r in self.names(mine, "--standard", "Plans").values() if r["target"]}
         self.assertEqual(targets, {"P-Plan-Niveau 0", "P-Plan-Niveau 1"})
         self.assertIn("P-Drawing-Niveau 0", {r["target"] for r in self.names(mine).values()})
@@ -87,8 +66,8 @@ class Names(common.Case):
 
     def test_bad_input(self):
         self.refusals([(["names", common.SAMPLE], 1, "holds no layer standard"),
-                       (["names", self.drawing, "--standard", "nope"], 1, "no layer standard 'nope'"),
-                       (["names", self.drawing, "--bogus"], 2, "unknown option '--bogus'"),
+                       (["names", self.sample, "--standard", "nope"], 1, "no layer standard 'nope'"),
+                       (["names", self.sample, "--bogus"], 2, "unknown option '--bogus'"),
                        (["names"], 2, "expected one DRAWING"),
                        (["names", self.path("missing.dxf")], 1, "missing.dxf")])
 

@@ -26,12 +26,6 @@ class RunCli(common.Case):
         # Model space only: ezdxf gives handles of its own to objects it adds when it loads.
         self.sample_handles = {e.dxf.handle for e in ezdxf.readfile(self.plan).modelspace()}
 
-    def script(self, text, name="job.scr"):
-        path = self.path(name)
-        with open(path, "w", encoding="utf-8") as f:
-            f.write(text)
-        return path
-
     def run_zeft(self, *args):
         return self.zeft("run", *args)
 
@@ -84,8 +78,8 @@ class RunCli(common.Case):
             with self.subTest(relpath):
                 before = ezdxf.readfile(source)
                 first = next(iter(before.modelspace())).dxf.handle
-                script = self.script("LAYER make Étage\nLINE 0,0 10,0 10,5\nCIRCLE 5,5 2\nARC 20,20 3 0 90\n"
-                                     f"TEXT 1,1 2.5 Étage\nCOPY {first} 5,5\nERASE {first}\n")
+                script = self.write("job.scr", "LAYER make Étage\nLINE 0,0 10,0 10,5\nCIRCLE 5,5 2\n"
+                                    f"ARC 20,20 3 0 90\nTEXT 1,1 2.5 Étage\nCOPY {first} 5,5\nERASE {first}\n")
                 proc = self.run_zeft(source, script, "-o", self.out)
                 self.assertEqual(proc.returncode, 0, proc.stderr)
                 doc = self.read_clean(self.out)
@@ -102,7 +96,7 @@ class RunCli(common.Case):
                  ("LAYER set NOPE", "LAYER: no layer 'NOPE'")]
         for line, reason in cases:
             with self.subTest(line):
-                script = self.script(f"LINE 0,0 1,1\n\n{line}\nCIRCLE 0,0 1\n")
+                script = self.write("job.scr", f"LINE 0,0 1,1\n\n{line}\nCIRCLE 0,0 1\n")
                 proc = self.run_zeft(self.plan, script, "-o", self.out)
                 self.assertEqual(proc.returncode, 1)
                 self.assertTrue(proc.stderr.startswith(f"{script}:3: {reason}"), proc.stderr)
@@ -117,7 +111,7 @@ class RunCli(common.Case):
                 os.remove(self.out)
 
     def test_in_place_and_usage(self):
-        script = self.script("CIRCLE 5,5 2\n")
+        script = self.write("job.scr", "CIRCLE 5,5 2\n")
         before = common.read_bytes(self.plan)
         both = "give exactly one of -o OUT and --in-place"
         self.refusals([(["run", self.plan, script, "-o", self.out, "--in-place"], 2, both),

@@ -8,7 +8,6 @@ import collections
 import json
 import os
 import re
-import time
 import unittest
 
 import common
@@ -146,34 +145,11 @@ class StandardsCli(common.Case):
                   (self.plan, "Beltrix", self.path("folder.std"), "folder.std")]
         for drawing, standard, out, named in cases:
             with self.subTest(standard=standard, drawing=os.path.basename(drawing), out=out):
-                before = common.read_bytes(drawing) if os.path.exists(drawing) else None
-                stamp = os.stat(drawing).st_mtime_ns if before else None
-                proc = self.refused(["install", drawing, standard, *(["-o", out] if out else [])], 1, named)
+                proc = self.refused_untouched(["install", drawing, standard, *(["-o", out] if out else [])], 1, named,
+                                              drawing)
                 self.assertEqual(len(proc.stderr.splitlines()), 1, proc.stderr)
-                if before:
-                    self.assertEqual((common.read_bytes(drawing), os.stat(drawing).st_mtime_ns), (before, stamp))
                 self.assertFalse(os.path.exists(self.path("out.dxf")))
                 self.assertEqual([n for n in os.listdir(self.dir) if n.startswith(".")], [], "a temporary file")
-
-    def test_absurd_standards_end_quickly(self):
-        long_line = self.path("long.std")
-        with open(long_line, "wb") as f:
-            f.write(b"[Layer_Standard]\r\nName=Long\r\n[Model_Rules]\r\nName_1=" + b"x" * 5_000_000 + b"\r\n")
-        many = self.put(self.path("many.std"), "[Layer_Standard]\nName=Many\n" +
-                        "".join(f"[Function_{i}]\nName=F{i}\nKey_1=AcDbLine\nValue_1=L{i}\n" for i in range(1, 20001)),
-                        "ascii")
-        for std in (long_line, many):
-            with self.subTest(std=os.path.basename(std)):
-                out = self.path("out.dxf")
-                start = time.monotonic()
-                proc = self.zeft("install", self.plan, std, "-o", out, timeout=60)
-                self.assertLess(time.monotonic() - start, 20)
-                self.assertIn(proc.returncode, (0, 1), proc.stderr)
-                self.assertEqual(os.path.exists(out), proc.returncode == 0)
-                if proc.returncode == 0:
-                    self.assertTrue(all(len(f["name"]) <= 99 for f in self.show(out)["rules"]["model"]))
-                    self.assertEqual(common.audit_errors(ezdxf.readfile(out)), [])
-                    os.remove(out)
 
     def test_usage_errors_and_a_drawing_without_standard(self):
         self.refusals([(["install", self.plan, "Beltrix", "--frobnicate"], 2, "unknown option '--frobnicate'"),

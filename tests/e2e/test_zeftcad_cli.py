@@ -4,9 +4,7 @@ runs in the window, the picture is a PNG of the window's size, QSAVE writes a
 drawing ezdxf reads back; bad input gives one message and exit code 1, bad
 usage exit code 2, and no picture."""
 import os
-import shutil
 import struct
-import tempfile
 import unittest
 
 import common
@@ -25,29 +23,17 @@ def png_size(path):
     return struct.unpack(">II", head[16:24])
 
 
-class ZeftcadCli(unittest.TestCase):
+class ZeftcadCli(common.Case):
     def setUp(self):
-        self._tmp = tempfile.TemporaryDirectory(prefix="zeftcad-")
-        self.dir = self._tmp.name
-        self.plan = os.path.join(self.dir, "plan.dxf")
-        shutil.copy(common.SAMPLE, self.plan)
-        self.png = os.path.join(self.dir, "out.png")
-
-    def tearDown(self):
-        self._tmp.cleanup()
-
-    def path(self, name, text=None):
-        path = os.path.join(self.dir, name)
-        if text is not None:
-            with open(path, "w", encoding="utf-8") as f:
-                f.write(text)
-        return path
+        super().setUp()
+        self.plan = self.copy(common.SAMPLE, "plan.dxf")
+        self.png = self.path("out.png")
 
     def zeftcad(self, *args):
         return common.run([ZEFTCAD, "--data-dir", self.path("data"), *args], timeout=120, env=OFFSCREEN)
 
     def test_script_runs_in_the_window_and_the_window_is_pictured(self):
-        script = self.path("job.scr", "LAYER make Étage\nLINE 0,0 10,0\n; saved\nQSAVE\n")
+        script = self.write("job.scr", "LAYER make Étage\nLINE 0,0 10,0\n; saved\nQSAVE\n")
         proc = self.zeftcad(self.plan, "--run", script, "--screenshot", self.png)
         self.assertEqual(proc.returncode, 0, proc.stderr)
         width, height = png_size(self.png)
@@ -68,9 +54,9 @@ class ZeftcadCli(unittest.TestCase):
         self.assertEqual(common.digest(self.plan), before)
 
     def test_bad_input(self):
-        garbage = self.path("garbage.dxf", "0\nSECTION\n2\nNOTHING\n")
-        good = self.path("good.scr", "LINE 0,0 1,1\n")
-        failing = self.path("failing.scr", "LINE 0,0 1,1\nLINE 0,0 oops\nCIRCLE 1,1 1\n")
+        garbage = self.write("garbage.dxf", "0\nSECTION\n2\nNOTHING\n")
+        good = self.write("good.scr", "LINE 0,0 1,1\n")
+        failing = self.write("failing.scr", "LINE 0,0 1,1\nLINE 0,0 oops\nCIRCLE 1,1 1\n")
         cases = [  # arguments, exit code, what the message says
             ([self.path("missing.dxf"), "--screenshot", self.png], 1, "missing.dxf"),
             ([garbage, "--screenshot", self.png], 1, "garbage.dxf"),

@@ -6,7 +6,6 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QToolTip>
-#include <QTreeView>
 
 #include "guitestenv.h"
 #include "zeftlayermanager/grid/zeftdlgselectstring.h"
@@ -187,9 +186,6 @@ private slots:
         levels->addValue(L"RDC");
         levels->addValue(L"R+1");
         data.enums.push_back(levels);
-        data.entityClasses = {{L"LINE", L"AcDbLine", L"ObjectDBX Classes", L"", L"Line"},
-                              {L"VIEWPORT", L"AcDbViewport", L"Beltrix", L"#paper elements", L"#viewport frames"}};
-        data.entityClasses[1].displayName = L"viewport frames";
 
         ZEFTGridCtrl rule;
         ruleGrid(rule, {QStringLiteral("Level")});
@@ -206,35 +202,6 @@ private slots:
         };
         QCOMPARE(comboItems(rule, 0), QStringList({"Level"}));
         QCOMPARE(comboItems(rule, 1), QStringList({"RDC", "R+1"}));
-
-        ZEFTGridCtrl exceptions;
-        listGrid(exceptions, 2);
-        exceptions.SetLayerStandardData(&data);
-        exceptions.SetColumnEditor(0, ZEFTGridCtrl::Editor::ClassTree);
-        QVERIFY(guitest::showActive(exceptions));
-        exceptions.setFocus();
-        exceptions.setCurrentCell(0, 0);
-        QTest::keyClick(&exceptions, Qt::Key_F2);
-        auto* tree = qobject_cast<ZEFTTreeCombo*>(exceptions.GetEditor());
-        QVERIFY(tree);
-        tree->showPopup();
-        QTreeView* view = tree->treeView();
-        const QModelIndex beltrix = view->model()->index(1, 0);
-        QCOMPARE(beltrix.data().toString(), QStringLiteral("Beltrix"));
-        const QModelIndex paper = view->model()->index(0, 0, beltrix);
-        QCOMPARE(paper.data().toString(), QStringLiteral("paper elements"));
-        const QModelIndex frames = view->model()->index(0, 0, paper);
-        QTRY_VERIFY(view->isVisible());
-        // A click on a group closes or opens it and keeps the list open; a
-        // click on a class chooses it.
-        QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(paper).center());
-        QVERIFY(view->isVisible());
-        QVERIFY(!view->isExpanded(paper));
-        QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(paper).center());
-        QVERIFY(view->isExpanded(paper));
-        QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(frames).center());
-        QTRY_COMPARE(exceptions.GetItemText(1, 0), QStringLiteral("viewport frames"));
-        QTRY_VERIFY(!exceptions.IsEditing());
     }
 };
 
