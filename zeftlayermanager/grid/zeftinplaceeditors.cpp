@@ -231,7 +231,7 @@ QWidget* ZEFTGridDelegate::createEditor(QWidget* parent, const QStyleOptionViewI
         ZEFTPicker picker;
         if (grid_->offersPicker(row, column)) {
             ZEFTGridCtrl* grid = grid_;
-            picker = [grid, row, column]() -> QString {
+            picker = [grid]() -> QString {
                 ZEFTDlgSelectString dialog(grid->functionNames_, grid->functionHelps_, grid);
                 if (dialog.exec() != QDialog::Accepted || dialog.GetSelectedIndex() < 0) return QString();
                 return QStringLiteral("=%1()").arg(dialog.GetSelectedString());
