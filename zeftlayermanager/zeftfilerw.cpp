@@ -1,6 +1,10 @@
 #include "zeftlayermanager/zeftfilerw.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <cstdio>
@@ -295,6 +299,28 @@ void ZEFTFileRW::readSeparator(const std::wstring& section, std::wstring& separa
 }
 
 // --- writing -------------------------------------------------------------------
+
+std::string ZEFTFileRW::writeStandardReplacing(const std::wstring& path)
+{
+    namespace fs = std::filesystem;
+    const fs::path target(dxf::toUtf8(path));
+    const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    std::string temp = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
+    const int fd = ::mkstemp(temp.data());
+    if (fd < 0) return std::strerror(errno);
+    ::close(fd);
+    writeStandard(dxf::fromUtf8(temp));
+    std::error_code error;
+    // The profile writer says nothing when it cannot write: an empty file tells.
+    const std::uintmax_t size = fs::file_size(temp, error);
+    std::string why = error ? error.message() : size == 0 ? std::strerror(EIO) : std::string();
+    if (why.empty()) {
+        fs::rename(temp, target, error);
+        if (error) why = error.message();
+    }
+    if (!why.empty()) fs::remove(temp, error);
+    return why;
+}
 
 void ZEFTFileRW::writeStandard(const std::wstring& path)
 {

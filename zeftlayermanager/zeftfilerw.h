@@ -43,6 +43,10 @@ public:
 
     // Writing: the whole file, from what the instance holds.
     void writeStandard(const std::wstring& path);
+    // writeStandard into a new file beside `path`, then renamed over it: a
+    // failure leaves no half-written standard and the old file as it was.
+    // Empty when it succeeded, else why it failed.
+    std::string writeStandardReplacing(const std::wstring& path);
     // Creates the file or empties it.
     void clearFile(const std::wstring& path);
     void writeRule(const std::wstring& section, const std::vector<RuleField>& fields, const std::wstring& path);

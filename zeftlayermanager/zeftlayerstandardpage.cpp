@@ -7,12 +7,6 @@
 #include <QLineEdit>
 #include <QScrollBar>
 #include <QVBoxLayout>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <system_error>
-#include <unistd.h>
 
 #include "host/document.h"
 #include "suite/wybase.h"
@@ -27,8 +21,6 @@
 #include "zeftlayermanager/zeftruleevaluator.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // Tells the user why the file could not be saved.
 void saveFailed(QWidget* page, const std::wstring& path, const std::string& reason)
@@ -185,28 +177,8 @@ bool ZEFTLayerStandardPage::SaveFile(const std::wstring& path)
         file.setException(m_pData->exception);
         file.setSeparator(m_pData->separator);
 
-        // The file is written beside its place and then put there, so that a
-        // failure leaves no half-written standard behind.
-        const fs::path target = fs::path(QString::fromStdWString(path).toStdString());
-        std::string temp = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-        const int fd = ::mkstemp(temp.data());
-        if (fd < 0) {
-            saveFailed(this, path, std::strerror(errno));
-            return false;
-        }
-        ::close(fd);
-        file.writeStandard(QString::fromStdString(temp).toStdWString());
-        std::error_code error;
-        if (fs::file_size(temp, error) == 0 || error) {
-            fs::remove(temp, error);
-            saveFailed(this, path, std::strerror(error ? error.value() : EIO));
-            return false;
-        }
-        fs::rename(temp, target, error);
-        if (error) {
-            const std::string reason = error.message();
-            fs::remove(temp, error);
-            saveFailed(this, path, reason);
+        if (const std::string why = file.writeStandardReplacing(path); !why.empty()) {
+            saveFailed(this, path, why);
             return false;
         }
         return true;

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <memory>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "apps/zeftlayer/commands.h"
 #include "host/database.h"
@@ -381,20 +380,12 @@ int cmdExport(const std::vector<std::string>& args)
     rw.setException(v.exception.get());
     rw.setSeparator(v.separator);
 
-    // Written beside the target, then renamed over it.
-    fs::path target(args[1]);
-    fs::path dir = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    const fs::path target(args[1]);
     std::error_code ec;
-    if (!fs::is_directory(dir, ec)) return failure(args[1] + ": cannot write: no such folder");
-    fs::path tmp = dir / ("." + target.filename().string() + ".tmp" + std::to_string(::getpid()));
-    rw.writeStandard(fromUtf8(tmp.string()));
-    if (!fs::is_regular_file(tmp, ec)) return failure(args[1] + ": cannot write");
-    fs::rename(tmp, target, ec);
-    if (ec) {
-        const std::string why = ec.message();
-        fs::remove(tmp, ec);
+    if (!fs::is_directory(target.has_parent_path() ? target.parent_path() : fs::path("."), ec))
+        return failure(args[1] + ": cannot write: no such folder");
+    if (const std::string why = rw.writeStandardReplacing(fromUtf8(args[1])); !why.empty())
         return failure(args[1] + ": cannot write: " + why);
-    }
     std::printf("Wrote the layer standard \"%s\" to %s\n", toUtf8(v.name).c_str(), args[1].c_str());
     return kSuccess;
 }
