@@ -27,11 +27,11 @@ namespace {
 // probe compares without touching the stub unless the low halves match.
 class HandleIndex {
 public:
-    void reserve(std::size_t n)
+    void reserve(const std::deque<AcDbStub>& stubs, std::size_t n)
     {
         std::size_t want = 16;
         while (want / 4 * 3 < n) want *= 2;
-        if (want > slots_.size()) rehash(want);
+        if (want > slots_.size()) rehash(want, stubs);
     }
     // Inserts `s` at `place` in `stubs` unless its handle is there already.
     void insert(const std::deque<AcDbStub>& stubs, std::size_t place)
@@ -67,24 +67,15 @@ private:
     std::uint64_t max_ = 0;
 
     std::size_t slotOf(std::uint64_t h) const { return std::size_t((h * 0x9E3779B97F4A7C15ull) >> 32) & mask_; }
-    void rehash(std::size_t n, const std::deque<AcDbStub>& stubs) { rehashWith(n, [&](const Slot& s) { return stubs[s.place - 1].handle.value(); }); }
-    void rehash(std::size_t n)
-    {
-        // Only before anything is indexed.
-        if (size_ == 0) {
-            slots_.assign(n, Slot{});
-            mask_ = n - 1;
-        }
-    }
-    template <class HandleOf>
-    void rehashWith(std::size_t n, HandleOf handleOf)
+    // n is a power of two.
+    void rehash(std::size_t n, const std::deque<AcDbStub>& stubs)
     {
         std::vector<Slot> old(n);
         old.swap(slots_);
         mask_ = n - 1;
         for (const Slot& s : old) {
             if (!s.place) continue;
-            std::size_t i = slotOf(handleOf(s));
+            std::size_t i = slotOf(stubs[s.place - 1].handle.value());
             while (slots_[i].place) i = (i + 1) & mask_;
             slots_[i] = s;
         }
@@ -966,7 +957,8 @@ struct DxfLoader {
             AcDbHandle h;
             if (AcDbHandle::parse(v, h)) impl.seedInFile = h.value();
             // Handles are mostly below the seed; a record takes some 32 bytes at least.
-            impl.byHandle.reserve(std::size_t(std::min<std::uint64_t>(impl.seedInFile, text.text.size() / 32)));
+            const std::uint64_t expected = std::min<std::uint64_t>(impl.seedInFile, text.text.size() / 32);
+            impl.byHandle.reserve(impl.stubs, std::size_t(expected));
         }
         std::string handling;
         db.writesHandles_ = true;
